@@ -1,0 +1,51 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "platform/AudioSystem.h"
+#include "platform/ProcessActivity.h"
+#include "portable-core/DplDispatchQueue.h"
+
+namespace tidemix::platform
+{
+
+// Everything the portable code asks of the operating system. One Platform
+// hands out the services of one backend: "sim" (the simulated world, the
+// default) or "linux" (PipeWire, libusb, logind). A service whose component
+// is missing comes up empty and says so in the log.
+class Platform
+{
+public:
+    virtual ~Platform();
+
+    virtual std::string Name() const = 0;
+    virtual AudioSystem& Audio() = 0;
+    virtual ProcessActivity& Activity() = 0;
+
+    // The serial "main" queue: where listeners post their work, standing in
+    // for the desktop platform's main dispatch queue.
+    std::shared_ptr<DplDispatchQueue> MainQueue();
+
+    // The backend in use. Made on first use from $TIDEMIX_PLATFORM ("sim" or
+    // "linux"; anything else, or nothing, gives "sim").
+    static std::shared_ptr<Platform> Current();
+    // Chooses the backend; call before the manager's Init. Null returns to
+    // the environment's choice at the next Current().
+    static void Use(std::shared_ptr<Platform> platform);
+    // A new backend by name, or null for an unknown name.
+    static std::shared_ptr<Platform> Create(std::string_view name);
+
+protected:
+    Platform();
+
+private:
+    std::shared_ptr<DplDispatchQueue> mainQueue_;
+};
+
+// The backends' factories, defined in platform/sim and platform/linux.
+std::shared_ptr<Platform> CreateSimPlatform();
+std::shared_ptr<Platform> CreateLinuxPlatform();
+
+}  // namespace tidemix::platform
