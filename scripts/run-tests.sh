@@ -19,7 +19,11 @@ echo "== ThreadSanitizer (label: threads) =="
 tsan_rc=0
 ctest --preset tsan -j "$jobs" || tsan_rc=$?
 
-if [ "$asan_rc" -ne 0 ] || [ "$tsan_rc" -ne 0 ]; then
-  echo "tests failed (asan=$asan_rc tsan=$tsan_rc)"
+echo "== libFuzzer targets, bounded time =="
+fuzz_rc=0
+FUZZ_SECONDS=${FUZZ_SECONDS:-45} bash scripts/run-fuzz.sh || fuzz_rc=$?
+
+if [ "$asan_rc" -ne 0 ] || [ "$tsan_rc" -ne 0 ] || [ "$fuzz_rc" -ne 0 ]; then
+  echo "tests failed (asan=$asan_rc tsan=$tsan_rc fuzz=$fuzz_rc)"
   exit 1
 fi
