@@ -1,6 +1,7 @@
 #include "portable-core/OCQueue.h"
 
 #include <cstring>
+#include <initializer_list>
 
 #include "portable-core/DplAlignedMemory.h"
 
@@ -24,6 +25,14 @@ OCQueueIndex::OCQueueIndex(int size)
         throw -1;
     }
     size_ = static_cast<uint32_t>(size);
+}
+
+OCQueueIndex::OCQueueIndex(int size, uint32_t firstCount) : OCQueueIndex(size)
+{
+    for (std::atomic<uint32_t>* counter : {&getCommit_, &getEnd_, &getBegin_, &putCommit_, &putEnd_, &putBegin_})
+    {
+        counter->store(firstCount, std::memory_order_relaxed);
+    }
 }
 
 void OCQueueIndex::RaiseTo(std::atomic<uint32_t>& commit, uint32_t value)
@@ -121,8 +130,8 @@ void OCQueue::DumbCopyOut(void* dst, void* src, int size)
     memcpy(dst, src, static_cast<size_t>(size));
 }
 
-OCQueue::OCQueue(int count, int recordSize, CopyIn copyIn, CopyOut copyOut)
-    : OCQueueIndex(count), recordSize_(recordSize), copyIn_(copyIn), copyOut_(copyOut)
+OCQueue::OCQueue(int count, int recordSize, CopyIn copyIn, CopyOut copyOut, uint32_t firstCount)
+    : OCQueueIndex(count, firstCount), recordSize_(recordSize), copyIn_(copyIn), copyOut_(copyOut)
 {
     if (recordSize <= 0)
     {

@@ -14,6 +14,9 @@ class OCQueueIndex
 public:
     // Throws the int -1 when `size` is not a power of two.
     explicit OCQueueIndex(int size);
+    // As above, with every counter starting at `firstCount` instead of 0 (to
+    // exercise the wrap of the counters at 2^32).
+    OCQueueIndex(int size, uint32_t firstCount);
     OCQueueIndex(const OCQueueIndex&) = delete;
     OCQueueIndex& operator=(const OCQueueIndex&) = delete;
 
@@ -50,7 +53,8 @@ public:
     static void DumbCopyOut(void* dst, void* src, int size);
 
     // Throws the int -1 when `count` is not a power of two or the store can't be had.
-    OCQueue(int count, int recordSize, CopyIn copyIn = DumbCopy, CopyOut copyOut = DumbCopyOut);
+    OCQueue(int count, int recordSize, CopyIn copyIn = DumbCopy, CopyOut copyOut = DumbCopyOut,
+            uint32_t firstCount = 0);
     ~OCQueue();
 
     // False when full. A null record claims and releases a slot without a copy.
