@@ -1,8 +1,10 @@
 #include "portable-core/DRAVLogFolder.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -79,6 +81,14 @@ std::vector<LogEntry> ListLogs(const std::string& folder)
     return logs;
 }
 
+constexpr char kTemporarySuffix[] = "_TEMP";
+
+bool RenameWithoutReplacing(const std::string& folder, const std::string& from, const std::string& to)
+{
+    return renameat2(AT_FDCWD, DplFile_AddPathComponent(folder, from).c_str(), AT_FDCWD,
+                     DplFile_AddPathComponent(folder, to).c_str(), RENAME_NOREPLACE) == 0;
+}
+
 std::string NumberedName(size_t n)
 {
     char name[64];
@@ -119,18 +129,28 @@ void DRAVLog_RenameOldLogFiles(const std::string& folder)
 {
     const std::vector<std::string> logs = DRAVLog_ListLogFilesOldestFirst(folder);
     const size_t count = logs.size();
-    // Two passes through names that no log has, so no log is ever overwritten.
+    // Two passes through temporary names, so that a name is never taken while
+    // in use. No rename ever replaces a file: a leftover of an interrupted
+    // rotation that holds a temporary name makes this run pick another one.
+    std::vector<std::pair<std::string, std::string>> moved;  // temporary, final
     for (size_t i = 0; i < count; ++i)
     {
-        const std::string target = NumberedName(count - i) + "_TEMP";
-        rename(DplFile_AddPathComponent(folder, logs[i]).c_str(),
-               DplFile_AddPathComponent(folder, target).c_str());
+        const std::string final = NumberedName(count - i);
+        std::string temporary = final + kTemporarySuffix;
+        bool done = RenameWithoutReplacing(folder, logs[i], temporary);
+        for (int attempt = 1; !done && errno == EEXIST && attempt < 100; ++attempt)
+        {
+            temporary = final + kTemporarySuffix + std::to_string(attempt);
+            done = RenameWithoutReplacing(folder, logs[i], temporary);
+        }
+        if (done)
+        {
+            moved.emplace_back(temporary, final);
+        }
     }
-    for (size_t n = count; n >= 1; --n)
+    for (auto it = moved.rbegin(); it != moved.rend(); ++it)
     {
-        const std::string final = NumberedName(n);
-        rename(DplFile_AddPathComponent(folder, final + "_TEMP").c_str(),
-               DplFile_AddPathComponent(folder, final).c_str());
+        RenameWithoutReplacing(folder, it->first, it->second);
     }
 }
 

@@ -191,7 +191,8 @@ TEST_P(RingModelTest, RandomOperationsMatchTheModel)
             {
                 if (!discard)
                 {
-                    ASSERT_EQ(buffer[static_cast<size_t>(i)], model.front()) << "step " << step << " byte " << i;
+                    ASSERT_EQ(buffer[static_cast<size_t>(i)], model.front())
+                        << "step " << step << " byte " << i;
                 }
                 model.pop_front();
             }

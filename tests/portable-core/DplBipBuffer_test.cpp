@@ -217,5 +217,6 @@ TEST_P(BipModelTest, RandomOperationsMatchTheModel)
     bip.deallocate();
 }
 
-INSTANTIATE_TEST_SUITE_P(Sizes, BipModelTest, ::testing::Values(size_t{1}, size_t{7}, size_t{100}, size_t{7680}));
+INSTANTIATE_TEST_SUITE_P(Sizes, BipModelTest,
+                         ::testing::Values(size_t{1}, size_t{7}, size_t{100}, size_t{7680}));
 }  // namespace

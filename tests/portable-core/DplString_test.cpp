@@ -32,9 +32,9 @@ TEST(DplStringUtf8, StrictCheckRejectsMalformedSequences)
     EXPECT_FALSE(Valid({0xF0, 0x8F, 0xBF, 0xBF}));  // four bytes below U+10000
     EXPECT_FALSE(Valid({0xF4, 0x90, 0x80, 0x80}));  // above U+10FFFF
     EXPECT_FALSE(Valid({0xF8, 0x88, 0x80, 0x80, 0x80}));
-    EXPECT_FALSE(Valid({0x80}));              // stray continuation
-    EXPECT_FALSE(Valid({'a', 0xC3}));         // cut short at the end
-    EXPECT_FALSE(Valid({0xE2, 0x82, 'x'}));   // continuation missing
+    EXPECT_FALSE(Valid({0x80}));             // stray continuation
+    EXPECT_FALSE(Valid({'a', 0xC3}));        // cut short at the end
+    EXPECT_FALSE(Valid({0xE2, 0x82, 'x'}));  // continuation missing
     EXPECT_FALSE(Valid({0xFF}));
 }
 

@@ -57,52 +57,52 @@ public:
 #if TIDEMIX_COUNT_MALLOC
 extern "C"
 {
-void* __libc_malloc(size_t);
-void* __libc_calloc(size_t, size_t);
-void* __libc_realloc(void*, size_t);
-void* __libc_memalign(size_t, size_t);
-void __libc_free(void*);
+    void* __libc_malloc(size_t);
+    void* __libc_calloc(size_t, size_t);
+    void* __libc_realloc(void*, size_t);
+    void* __libc_memalign(size_t, size_t);
+    void __libc_free(void*);
 
-void* malloc(size_t bytes)
-{
-    Note();
-    return __libc_malloc(bytes);
-}
-void* calloc(size_t count, size_t bytes)
-{
-    Note();
-    return __libc_calloc(count, bytes);
-}
-void* realloc(void* block, size_t bytes)
-{
-    Note();
-    return __libc_realloc(block, bytes);
-}
-void* aligned_alloc(size_t alignment, size_t bytes)
-{
-    Note();
-    return __libc_memalign(alignment, bytes);
-}
-void* memalign(size_t alignment, size_t bytes)
-{
-    Note();
-    return __libc_memalign(alignment, bytes);
-}
-int posix_memalign(void** result, size_t alignment, size_t bytes)
-{
-    Note();
-    void* block = __libc_memalign(alignment, bytes);
-    if (block == nullptr)
+    void* malloc(size_t bytes)
     {
-        return ENOMEM;
+        Note();
+        return __libc_malloc(bytes);
     }
-    *result = block;
-    return 0;
-}
-void free(void* block)
-{
-    __libc_free(block);
-}
+    void* calloc(size_t count, size_t bytes)
+    {
+        Note();
+        return __libc_calloc(count, bytes);
+    }
+    void* realloc(void* block, size_t bytes)
+    {
+        Note();
+        return __libc_realloc(block, bytes);
+    }
+    void* aligned_alloc(size_t alignment, size_t bytes)
+    {
+        Note();
+        return __libc_memalign(alignment, bytes);
+    }
+    void* memalign(size_t alignment, size_t bytes)
+    {
+        Note();
+        return __libc_memalign(alignment, bytes);
+    }
+    int posix_memalign(void** result, size_t alignment, size_t bytes)
+    {
+        Note();
+        void* block = __libc_memalign(alignment, bytes);
+        if (block == nullptr)
+        {
+            return ENOMEM;
+        }
+        *result = block;
+        return 0;
+    }
+    void free(void* block)
+    {
+        __libc_free(block);
+    }
 }
 #endif
 
@@ -175,7 +175,8 @@ void NoteWhatIsCounted()
 {
     if (!TIDEMIX_COUNT_MALLOC)
     {
-        std::cout << "[ note ] sanitizer build: counting operator new only; the debug build counts malloc too\n";
+        std::cout
+            << "[ note ] sanitizer build: counting operator new only; the debug build counts malloc too\n";
     }
 }
 

@@ -29,36 +29,38 @@ TEST(RingBufferThreads, BipBufferCarriesACountingSignalIntactAndInOrder)
     std::mutex lock;  // as the capture source and renderer sink do: one lock around each call
     std::atomic<bool> failed{false};
 
-    std::thread producer([&] {
-        uint64_t written = 0;
-        uint32_t chunk = 1;
-        while (written < kStreamBytes)
+    std::thread producer(
+        [&]
         {
-            chunk = (chunk * 1103515245u + 12345u);
-            const size_t wanted = std::min<uint64_t>(1 + (chunk >> 8) % 3000, kStreamBytes - written);
-            size_t reserved = 0;
-            unsigned char* block = nullptr;
+            uint64_t written = 0;
+            uint32_t chunk = 1;
+            while (written < kStreamBytes)
             {
-                std::lock_guard guard(lock);
-                block = static_cast<unsigned char*>(bip.reserve(wanted, reserved));
+                chunk = (chunk * 1103515245u + 12345u);
+                const size_t wanted = std::min<uint64_t>(1 + (chunk >> 8) % 3000, kStreamBytes - written);
+                size_t reserved = 0;
+                unsigned char* block = nullptr;
+                {
+                    std::lock_guard guard(lock);
+                    block = static_cast<unsigned char*>(bip.reserve(wanted, reserved));
+                }
+                if (block == nullptr)
+                {
+                    std::this_thread::yield();
+                    continue;
+                }
+                // The reservation is the writer's alone: fill it outside the lock.
+                for (size_t i = 0; i < reserved; ++i)
+                {
+                    block[i] = SignalByte(written + i);
+                }
+                {
+                    std::lock_guard guard(lock);
+                    bip.commit(reserved);
+                }
+                written += reserved;
             }
-            if (block == nullptr)
-            {
-                std::this_thread::yield();
-                continue;
-            }
-            // The reservation is the writer's alone: fill it outside the lock.
-            for (size_t i = 0; i < reserved; ++i)
-            {
-                block[i] = SignalByte(written + i);
-            }
-            {
-                std::lock_guard guard(lock);
-                bip.commit(reserved);
-            }
-            written += reserved;
-        }
-    });
+        });
 
     uint64_t read = 0;
     while (read < kStreamBytes && !failed.load())
@@ -100,36 +102,38 @@ TEST(RingBufferThreads, LockedRingCarriesACountingSignalWithoutOverrun)
     ASSERT_TRUE(ring.Create(7680 + 13));  // an odd size puts the wrap inside values
     std::atomic<int> overruns{0};
 
-    std::thread producer([&] {
-        std::vector<unsigned char> chunk(4000);
-        uint64_t written = 0;
-        uint32_t state = 7;
-        while (written < kStreamBytes)
+    std::thread producer(
+        [&]
         {
-            state = state * 1664525u + 1013904223u;
-            // Only this thread writes, so the room seen here can only grow.
-            const int room = ring.GetMaxWriteSize();
-            const int length = static_cast<int>(std::min<uint64_t>(
-                {static_cast<uint64_t>(1 + (state >> 8) % chunk.size()), static_cast<uint64_t>(room),
-                 kStreamBytes - written}));
-            if (length <= 0)
+            std::vector<unsigned char> chunk(4000);
+            uint64_t written = 0;
+            uint32_t state = 7;
+            while (written < kStreamBytes)
             {
-                std::this_thread::yield();
-                continue;
+                state = state * 1664525u + 1013904223u;
+                // Only this thread writes, so the room seen here can only grow.
+                const int room = ring.GetMaxWriteSize();
+                const int length = static_cast<int>(
+                    std::min<uint64_t>({static_cast<uint64_t>(1 + (state >> 8) % chunk.size()),
+                                        static_cast<uint64_t>(room), kStreamBytes - written}));
+                if (length <= 0)
+                {
+                    std::this_thread::yield();
+                    continue;
+                }
+                for (int i = 0; i < length; ++i)
+                {
+                    chunk[static_cast<size_t>(i)] = SignalByte(written + static_cast<uint64_t>(i));
+                }
+                bool overrun = false;
+                const int stored = ring.Write(chunk.data(), length, &overrun, true);
+                if (overrun || stored != length)
+                {
+                    ++overruns;
+                }
+                written += static_cast<uint64_t>(stored);
             }
-            for (int i = 0; i < length; ++i)
-            {
-                chunk[static_cast<size_t>(i)] = SignalByte(written + static_cast<uint64_t>(i));
-            }
-            bool overrun = false;
-            const int stored = ring.Write(chunk.data(), length, &overrun, true);
-            if (overrun || stored != length)
-            {
-                ++overruns;
-            }
-            written += static_cast<uint64_t>(stored);
-        }
-    });
+        });
 
     std::vector<unsigned char> buffer(3000);
     uint64_t read = 0;
@@ -187,56 +191,60 @@ TEST(RingBufferThreads, LockFreeQueueDeliversEveryRecordOnceUntornAcrossTheCount
     std::vector<std::thread> threads;
     for (uint32_t p = 0; p < kProducers; ++p)
     {
-        threads.emplace_back([&, p] {
-            for (uint32_t s = 0; s < kPerProducer;)
+        threads.emplace_back(
+            [&, p]
             {
-                const StressRecord record{p, s, CheckOf(p, s), {~CheckOf(p, s), CheckOf(p, s) ^ 0xFF}};
-                if (queue.Enqueue(&record))
+                for (uint32_t s = 0; s < kPerProducer;)
                 {
-                    ++s;
+                    const StressRecord record{p, s, CheckOf(p, s), {~CheckOf(p, s), CheckOf(p, s) ^ 0xFF}};
+                    if (queue.Enqueue(&record))
+                    {
+                        ++s;
+                    }
+                    else
+                    {
+                        std::this_thread::yield();
+                    }
                 }
-                else
-                {
-                    std::this_thread::yield();
-                }
-            }
-        });
+            });
     }
     for (uint32_t c = 0; c < kConsumers; ++c)
     {
-        threads.emplace_back([&] {
-            std::vector<int64_t> lastOf(kProducers, -1);
-            std::vector<std::pair<uint32_t, uint32_t>> mine;
-            while (consumed.load(std::memory_order_relaxed) < kProducers * kPerProducer)
+        threads.emplace_back(
+            [&]
             {
-                StressRecord record{};
-                if (!queue.Dequeue(&record))
+                std::vector<int64_t> lastOf(kProducers, -1);
+                std::vector<std::pair<uint32_t, uint32_t>> mine;
+                while (consumed.load(std::memory_order_relaxed) < kProducers * kPerProducer)
                 {
-                    std::this_thread::yield();
-                    continue;
+                    StressRecord record{};
+                    if (!queue.Dequeue(&record))
+                    {
+                        std::this_thread::yield();
+                        continue;
+                    }
+                    consumed.fetch_add(1, std::memory_order_relaxed);
+                    if (record.producer >= kProducers || record.sequence >= kPerProducer ||
+                        record.check != CheckOf(record.producer, record.sequence) ||
+                        record.padding[0] != ~record.check || record.padding[1] != (record.check ^ 0xFF))
+                    {
+                        ++torn;
+                        continue;
+                    }
+                    // One producer's records reach any one consumer in the order they were put.
+                    if (static_cast<int64_t>(record.sequence) <= lastOf[record.producer])
+                    {
+                        ++outOfOrder;
+                    }
+                    lastOf[record.producer] = record.sequence;
+                    mine.emplace_back(record.producer, record.sequence);
                 }
-                consumed.fetch_add(1, std::memory_order_relaxed);
-                if (record.producer >= kProducers || record.sequence >= kPerProducer ||
-                    record.check != CheckOf(record.producer, record.sequence) ||
-                    record.padding[0] != ~record.check || record.padding[1] != (record.check ^ 0xFF))
+                std::lock_guard guard(seenLock);
+                for (const auto& [p, s] : mine)
                 {
-                    ++torn;
-                    continue;
+                    ++seen[p][s];
                 }
-                // One producer's records reach any one consumer in the order they were put.
-                if (static_cast<int64_t>(record.sequence) <= lastOf[record.producer])
-                {
-                    ++outOfOrder;
-                }
-                lastOf[record.producer] = record.sequence;
-                mine.emplace_back(record.producer, record.sequence);
-            }
-            std::lock_guard guard(seenLock);
-            for (const auto& [p, s] : mine)
-            {
-                ++seen[p][s];
-            }
-        });
+            });
     }
     for (std::thread& t : threads)
     {
