@@ -147,6 +147,35 @@ struct TwoThreadRing
 };
 TwoThreadRing* gShared = nullptr;
 
+bool PutBlock(const unsigned char* data)
+{
+    std::lock_guard guard(gShared->bipLock);
+    size_t size = 0;
+    void* target = gShared->bip.reserve(kBlock, size);
+    if (target == nullptr || size < kBlock)
+    {
+        gShared->bip.commit(0);
+        return false;
+    }
+    memcpy(target, data, kBlock);
+    gShared->bip.commit(kBlock);
+    return true;
+}
+
+bool TakeBlock(unsigned char* data)
+{
+    std::lock_guard guard(gShared->bipLock);
+    size_t size = 0;
+    void* source = gShared->bip.getContiguousBlock(size);
+    if (source == nullptr || size < kBlock)
+    {
+        return false;
+    }
+    memcpy(data, source, kBlock);
+    gShared->bip.decommitBlock(kBlock);
+    return true;
+}
+
 void BM_BipBufferTwoThreads(benchmark::State& state)
 {
     if (state.thread_index() == 0)
@@ -157,34 +186,15 @@ void BM_BipBufferTwoThreads(benchmark::State& state)
     const bool producer = state.thread_index() == 0;
     for (auto _ : state)
     {
-        for (;;)
+        while (!(producer ? PutBlock(block.data) : TakeBlock(block.data)))
         {
-            std::lock_guard guard(gShared->bipLock);
-            size_t size = 0;
-            if (producer)
-            {
-                void* target = gShared->bip.reserve(kBlock, size);
-                if (target != nullptr && size == kBlock)
-                {
-                    memcpy(target, block.data, kBlock);
-                    gShared->bip.commit(kBlock);
-                    break;
-                }
-                gShared->bip.commit(0);
-            }
-            else
-            {
-                void* source = gShared->bip.getContiguousBlock(size);
-                if (source != nullptr && size >= kBlock)
-                {
-                    memcpy(block.data, source, kBlock);
-                    gShared->bip.decommitBlock(kBlock);
-                    break;
-                }
-            }
+            std::this_thread::yield();
         }
     }
-    SetBlockCounters(state, 2);
+    if (producer)
+    {
+        state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(kBlock));
+    }
     if (state.thread_index() == 0)
     {
         delete gShared;
@@ -207,6 +217,7 @@ void BM_RingBufferTwoThreads(benchmark::State& state)
         {
             while (gShared->ring.GetMaxWriteSize() < static_cast<int>(kBlock))
             {
+                std::this_thread::yield();
             }
             gShared->ring.Write(block.data, static_cast<int>(kBlock), &overrun, false);
         }
@@ -214,11 +225,15 @@ void BM_RingBufferTwoThreads(benchmark::State& state)
         {
             while (gShared->ring.GetFill() < static_cast<int>(kBlock))
             {
+                std::this_thread::yield();
             }
             gShared->ring.Read(block.data, static_cast<int>(kBlock), false);
         }
     }
-    SetBlockCounters(state, 2);
+    if (producer)
+    {
+        state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(kBlock));
+    }
     if (state.thread_index() == 0)
     {
         delete gShared;
@@ -240,6 +255,7 @@ void BM_BoostSpscQueueTwoThreads(benchmark::State& state)
         {
             while (gShared->spsc.write_available() < kBlock)
             {
+                std::this_thread::yield();
             }
             gShared->spsc.push(block.data, kBlock);
         }
@@ -247,11 +263,15 @@ void BM_BoostSpscQueueTwoThreads(benchmark::State& state)
         {
             while (gShared->spsc.read_available() < kBlock)
             {
+                std::this_thread::yield();
             }
             gShared->spsc.pop(block.data, kBlock);
         }
     }
-    SetBlockCounters(state, 2);
+    if (producer)
+    {
+        state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(kBlock));
+    }
     if (state.thread_index() == 0)
     {
         delete gShared;
@@ -268,26 +288,38 @@ void BM_OCQueuePingPong(benchmark::State& state)
     OCQueue there(64, 64);
     OCQueue back(64, 64);
     std::atomic<bool> stop{false};
-    std::thread echo([&] {
-        unsigned char record[64];
-        while (!stop.load(std::memory_order_relaxed))
+    std::thread echo(
+        [&]
         {
-            if (there.Dequeue(record))
+            unsigned char record[64];
+            while (!stop.load(std::memory_order_relaxed))
             {
-                while (!back.Enqueue(record))
+                if (!there.Dequeue(record))
                 {
+                    std::this_thread::yield();
+                }
+                else
+                {
+                    while (!back.Enqueue(record))
+                    {
+                        std::this_thread::yield();
+                    }
                 }
             }
-        }
-    });
+        });
     unsigned char record[64] = {};
     for (auto _ : state)
     {
         while (!there.Enqueue(record))
         {
+            std::this_thread::yield();
         }
-        while (!back.Dequeue(record))
+        for (int spins = 0; !back.Dequeue(record); ++spins)
         {
+            if (spins > 64)
+            {
+                std::this_thread::yield();
+            }
         }
     }
     stop = true;
@@ -302,27 +334,34 @@ void BM_OCQueueStream(benchmark::State& state)
     OCQueue queue(1024, 64);
     std::atomic<bool> stop{false};
     std::atomic<int64_t> received{0};
-    std::thread consumer([&] {
-        unsigned char record[64];
-        int64_t count = 0;
-        while (!stop.load(std::memory_order_relaxed))
+    std::thread consumer(
+        [&]
         {
-            if (queue.Dequeue(record))
+            unsigned char record[64];
+            int64_t count = 0;
+            while (!stop.load(std::memory_order_relaxed))
+            {
+                if (queue.Dequeue(record))
+                {
+                    ++count;
+                }
+                else
+                {
+                    std::this_thread::yield();
+                }
+            }
+            while (queue.Dequeue(record))
             {
                 ++count;
             }
-        }
-        while (queue.Dequeue(record))
-        {
-            ++count;
-        }
-        received = count;
-    });
+            received = count;
+        });
     unsigned char record[64] = {};
     for (auto _ : state)
     {
         while (!queue.Enqueue(record))
         {
+            std::this_thread::yield();
         }
     }
     stop = true;
