@@ -57,8 +57,8 @@ class CapturedLog
 public:
     CapturedLog()
     {
-        former_ = DRAVSetLogHandler(
-            [this](eDbgPrintLevel level, const std::string& line) { lines.emplace_back(level, line); });
+        former_ = DRAVSetLogHandler([this](eDbgPrintLevel level, const std::string& line)
+                                    { lines.emplace_back(level, line); });
     }
     ~CapturedLog() { DRAVSetLogHandler(former_); }
     std::vector<std::pair<eDbgPrintLevel, std::string>> lines;
@@ -239,7 +239,8 @@ class CollectingLogger : public CRelayLogger
 public:
     int WriteLogBytes(const char* subject, CRelayLogLevel level, const char* bytes, int length) override
     {
-        calls.push_back({subject == nullptr ? "" : subject, level, std::string(bytes, static_cast<size_t>(length))});
+        calls.push_back(
+            {subject == nullptr ? "" : subject, level, std::string(bytes, static_cast<size_t>(length))});
         return length;
     }
     struct Call
@@ -307,7 +308,8 @@ TEST(CForwardingLogger, QueuesFiltersDropsAndForwardsAcrossTheWrap)
         CCountedPtr<CollectingLogger> target(new CollectingLogger());
         CCountedPtr<CForwardingLogger> logger(
             new CForwardingLogger(target, kRelayLogLevelInformation, 64, doubled));
-        EXPECT_EQ(logger->WriteLogBytes("s", kRelayLogLevelVerbose, "quiet", 5), 5) << "below the lowest level";
+        EXPECT_EQ(logger->WriteLogBytes("s", kRelayLogLevelVerbose, "quiet", 5), 5)
+            << "below the lowest level";
         EXPECT_EQ(logger->WriteLogBytes("s", kRelayLogLevelError, "x", 0), 0);
         EXPECT_EQ(logger->ForwardSome(), 0);
         EXPECT_TRUE(target->calls.empty());

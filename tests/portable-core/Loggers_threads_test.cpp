@@ -38,39 +38,44 @@ TEST(LoggerThreads, ForwardingLoggerLosesOrKeepsWholeMessagesFromManyWriters)
     std::atomic<int> writersDone{0};
     std::atomic<int> accepted{0};
 
-    std::thread forwarder([&] {
-        while (writersDone.load() < kWriters)
+    std::thread forwarder(
+        [&]
         {
-            if (logger->ForwardSome() == 0)
+            while (writersDone.load() < kWriters)
             {
-                std::this_thread::yield();
-            }
-        }
-        while (logger->ForwardSome() > 0)
-        {
-        }
-    });
-    std::vector<std::thread> writers;
-    for (int w = 0; w < kWriters; ++w)
-    {
-        writers.emplace_back([&, w] {
-            for (int m = 0; m < kMessages; ++m)
-            {
-                char line[64];
-                const int length = snprintf(line, sizeof(line), "<%d:%06d:%s>", w, m, "payload-of-some-length");
-                const int taken = logger->WriteLogBytes("w", kRelayLogLevelError, line, length);
-                if (taken == length)
+                if (logger->ForwardSome() == 0)
                 {
-                    ++accepted;
-                }
-                else
-                {
-                    EXPECT_EQ(taken, 0);
                     std::this_thread::yield();
                 }
             }
-            ++writersDone;
+            while (logger->ForwardSome() > 0)
+            {
+            }
         });
+    std::vector<std::thread> writers;
+    for (int w = 0; w < kWriters; ++w)
+    {
+        writers.emplace_back(
+            [&, w]
+            {
+                for (int m = 0; m < kMessages; ++m)
+                {
+                    char line[64];
+                    const int length =
+                        snprintf(line, sizeof(line), "<%d:%06d:%s>", w, m, "payload-of-some-length");
+                    const int taken = logger->WriteLogBytes("w", kRelayLogLevelError, line, length);
+                    if (taken == length)
+                    {
+                        ++accepted;
+                    }
+                    else
+                    {
+                        EXPECT_EQ(taken, 0);
+                        std::this_thread::yield();
+                    }
+                }
+                ++writersDone;
+            });
     }
     for (std::thread& t : writers)
     {
@@ -108,12 +113,14 @@ TEST(LoggerThreads, FileLoggerLinesStayWhole)
     std::vector<std::thread> threads;
     for (int t = 0; t < 3; ++t)
     {
-        threads.emplace_back([&, t] {
-            for (int i = 0; i < 300; ++i)
+        threads.emplace_back(
+            [&, t]
             {
-                logger.Trace(kDbgPrintLevelWarning, "thread %d line %d", t, i);
-            }
-        });
+                for (int i = 0; i < 300; ++i)
+                {
+                    logger.Trace(kDbgPrintLevelWarning, "thread %d line %d", t, i);
+                }
+            });
     }
     for (std::thread& t : threads)
     {
@@ -143,20 +150,22 @@ TEST(LoggerThreads, GlobalLoggerAndSlowLogShareSafely)
     std::vector<std::thread> threads;
     for (int t = 0; t < 3; ++t)
     {
-        threads.emplace_back([&, t] {
-            for (int i = 0; i < 2000; ++i)
+        threads.emplace_back(
+            [&, t]
             {
-                if (t == 0 && i % 100 == 0)
+                for (int i = 0; i < 2000; ++i)
                 {
-                    SetGlobalRelayLogger(i % 200 == 0 ? CCountedPtr<CRelayLogger>(mine) : nullptr);
+                    if (t == 0 && i % 100 == 0)
+                    {
+                        SetGlobalRelayLogger(i % 200 == 0 ? CCountedPtr<CRelayLogger>(mine) : nullptr);
+                    }
+                    RelayLog(GetGlobalRelayLogger(), "t", kRelayLogLevelInformation, "%d", i);
+                    if (slow.ShouldPass(DRAVGetHostTime()))
+                    {
+                        ++passed;
+                    }
                 }
-                RelayLog(GetGlobalRelayLogger(), "t", kRelayLogLevelInformation, "%d", i);
-                if (slow.ShouldPass(DRAVGetHostTime()))
-                {
-                    ++passed;
-                }
-            }
-        });
+            });
     }
     for (std::thread& t : threads)
     {
