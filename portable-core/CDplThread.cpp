@@ -203,6 +203,12 @@ void* CDplThread::ThreadEntry(void* self)
 
 void CDplThread::RunOnThread()
 {
+    // The procedure may delete this object (or, with deleteOnExit, the thread
+    // will): not before CreateThread has stopped writing to it.
+    for (int attempts = 0; creating_.load(); ++attempts)
+    {
+        USRSpinOrYield(attempts < 1000 ? attempts : 1000);
+    }
     tCurrentThreadObject = this;
     if (!name_.empty())
     {
@@ -222,10 +228,6 @@ void CDplThread::RunOnThread()
     running_.store(false);
     if (deleteOnExit_)
     {
-        while (creating_.load())
-        {
-            USRSleep(1);  // CreateThread is still writing its last fields
-        }
         alive_.store(false);
         delete this;
         return;

@@ -84,7 +84,7 @@ private:
     // Set by CreateThread before the thread exists, cleared by the thread as
     // its very last access to this object.
     std::atomic<bool> alive_{false};
-    // True while CreateThread still writes to this object; a self-deleting
-    // thread waits for it before it deletes.
+    // True while CreateThread still writes to this object; the thread waits
+    // for it before it runs the procedure.
     std::atomic<bool> creating_{false};
 };

@@ -258,13 +258,14 @@ TEST(DplDispatchTimerThreads, CallbackMayDestroyItsOwnTimer)
     std::atomic<int> calls{0};
     std::atomic<bool> destroyed{false};
     auto holder = std::make_shared<std::unique_ptr<DplDispatchTimer>>();
-    *holder = std::make_unique<DplDispatchTimer>(queue, 0.01f,
-                                                 [&calls, &destroyed, holder]
-                                                 {
-                                                     ++calls;
-                                                     holder->reset();
-                                                     destroyed = true;
-                                                 });
+    auto destroyOwnTimer = [&calls, &destroyed, holder]
+    {
+        ++calls;
+        holder->reset();
+        destroyed = true;
+    };
+    *holder = std::make_unique<DplDispatchTimer>(queue, 0.01f, destroyOwnTimer, true, false);
+    (*holder)->start();  // only once the holder is filled
     ASSERT_TRUE(WaitUntil([&] { return destroyed.load(); }));
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     EXPECT_EQ(calls.load(), 1);
