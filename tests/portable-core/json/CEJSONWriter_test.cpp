@@ -111,6 +111,7 @@ TEST(CEJSONWriter, NumbersAndNonFiniteDoubles)
     doc.AddDouble(0.1);
     doc.AddDouble(1.0);
     doc.AddDouble(-2.5);
+    doc.AddDouble(-0.0);
     doc.AddDouble(1e21);
     doc.AddDouble(std::numeric_limits<double>::quiet_NaN());
     doc.AddDouble(std::numeric_limits<double>::infinity());
@@ -118,11 +119,11 @@ TEST(CEJSONWriter, NumbersAndNonFiniteDoubles)
     doc.AddInt(std::numeric_limits<int64_t>::max());
     doc.AddInt(std::numeric_limits<int64_t>::min());
     EXPECT_EQ(doc.ToString(),
-              "[0.10000000000000001,1,-2.5,1e+21,null,null,null,9223372036854775807,-9223372036854775808]");
+              "[0.10000000000000001,1,-2.5,0,1e+21,null,null,null,9223372036854775807,-9223372036854775808]");
     // 1.0 is written as "1" and so comes back as an integer.
     TJSON back(doc.ToString());
     EXPECT_TRUE(back.GetIndObject(1).IsInt());
-    EXPECT_TRUE(back.GetIndObject(4).IsNull());
+    EXPECT_TRUE(back.GetIndObject(5).IsNull());
 }
 
 TEST(CEJSONWriter, EscapeTable)
