@@ -453,3 +453,15 @@ TEST_F(DRAVEngineSettingsTest, AppDataDirectoryFollowsHomeAndNames)
         unsetenv("HOME");
     }
 }
+
+TEST_F(DRAVEngineSettingsTest, FileWithOnlyTheControlLayersKeysLeavesEveryValue)
+{
+    Write(path_, kControlSection);
+    DRAVEngineSettings settings = Changed();
+    const DRAVEngineSettings before = settings;
+    ASSERT_EQ(settings.LoadSettings(path_), kDRAVResultOk);
+    ExpectSameSavedValues(before, settings);
+    EXPECT_EQ(settings.logFolder, (folder_ / "Log").string());
+    EXPECT_TRUE(fs::is_directory(settings.logFolder));
+    EXPECT_EQ(Read(path_), kControlSection) << "loading never writes";
+}
