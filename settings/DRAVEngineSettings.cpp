@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <limits>
 
+#include "portable-core/BreakIntoDebugger.h"
 #include "portable-core/DRAVLog.h"
 #include "portable-core/json/CDplJsonFile.h"
 #include "settings/DRAVEngineFolders.h"
@@ -15,6 +16,7 @@ namespace
 void ReportUnexpected(const char* what, const std::string& detail)
 {
     DRAVLogPrintf(kDbgPrintLevelError, "DRAVEngineSettings: %s %s", what, detail.c_str());
+    BreakIntoDebugger();
 }
 
 enum class FileState

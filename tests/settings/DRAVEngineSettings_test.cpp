@@ -8,6 +8,7 @@
 #include <sstream>
 #include <string>
 
+#include "portable-core/BreakIntoDebugger.h"
 #include "portable-core/json/CDplJsonFile.h"
 #include "settings/DRAVEngineFolders.h"
 #include "settings/DRAVEngineSettings.h"
@@ -201,7 +202,9 @@ TEST_F(DRAVEngineSettingsTest, BadFilesGiveNoDataOrWhatCouldBeRead)
     settings.overridesFolder = "kept";
 
     Write(path_, "");
+    const uint64_t breaks = BreakIntoDebugger_GetCallCount();
     EXPECT_EQ(settings.LoadSettings(path_), kDRAVResultErrNoData);
+    EXPECT_EQ(BreakIntoDebugger_GetCallCount(), breaks + 1);
     EXPECT_EQ(settings.overridesFolder, "kept") << "folders stay after a failed load";
 
     fs::remove(path_);
@@ -324,7 +327,9 @@ TEST_F(DRAVEngineSettingsTest, FailedSavesReportAndLeaveTheFormerFile)
 
     // The temporary file's name is taken by a folder: nothing can be written.
     fs::create_directories(CDplJsonFile::TemporaryPathFor(path_));
+    const uint64_t breaks = BreakIntoDebugger_GetCallCount();
     EXPECT_EQ(settings.SaveSettings(path_), kDRAVResultErrNoData);
+    EXPECT_EQ(BreakIntoDebugger_GetCallCount(), breaks + 1);
     EXPECT_EQ(Read(path_), kControlSection);
     fs::remove_all(CDplJsonFile::TemporaryPathFor(path_));
 
