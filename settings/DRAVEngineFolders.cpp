@@ -1,5 +1,7 @@
 #include "settings/DRAVEngineFolders.h"
 
+#include "portable-core/DplFile.h"
+
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -43,17 +45,11 @@ std::string HomeFolder()
     return std::string();
 }
 
-bool IsFolder(const std::string& path)
-{
-    struct stat info = {};
-    return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
-}
-
 // Adds a component and, with create, makes it when it is missing.
 std::string AddLevel(const std::string& folder, const std::string& component, bool create)
 {
-    std::string path = DRAVJoinPath(folder, component);
-    if (create && !IsFolder(path))
+    std::string path = DplFile_AddPathComponent(folder, component);
+    if (create && !DplFile_FolderExists(path))
     {
         mkdir(path.c_str(), 0777);
     }
@@ -107,8 +103,8 @@ std::string DRAVGetAppDataDirectory(bool create)
     {
         return std::string();
     }
-    std::string path = DRAVJoinPath(home, "Library");
-    if (create && !IsFolder(path))
+    std::string path = DplFile_AddPathComponent(home, "Library");
+    if (create && !DplFile_FolderExists(path))
     {
         mkdir(path.c_str(), 0777);
     }
@@ -126,42 +122,4 @@ std::string DRAVGetMovieDirectory(bool create)
     }
     std::string path = AddLevel(home, "Movies", create);
     return AddLevel(path, GetProductName(false), create);
-}
-
-std::string DRAVJoinPath(const std::string& folder, const std::string& component)
-{
-    if (folder.empty())
-    {
-        return component;
-    }
-    bool folderSlash = folder.back() == '/';
-    bool componentSlash = !component.empty() && component.front() == '/';
-    if (folderSlash && componentSlash)
-    {
-        return folder + component.substr(1);
-    }
-    if (folderSlash || componentSlash)
-    {
-        return folder + component;
-    }
-    return folder + "/" + component;
-}
-
-bool DRAVCreateFolder(const std::string& path)
-{
-    if (path.empty())
-    {
-        return false;
-    }
-    if (IsFolder(path))
-    {
-        return true;
-    }
-    size_t slash = path.find_last_of('/', path.size() > 1 ? path.size() - 2 : 0);
-    if (slash != std::string::npos && slash > 0)
-    {
-        DRAVCreateFolder(path.substr(0, slash));
-    }
-    mkdir(path.c_str(), 0777);
-    return IsFolder(path);
 }

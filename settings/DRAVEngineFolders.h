@@ -16,8 +16,3 @@ std::string GetProductCompactName();
 std::string DRAVGetAppDataDirectory(bool create);
 // "$HOME/Movies/<product>", made level by level with create.
 std::string DRAVGetMovieDirectory(bool create);
-
-// Joins two path parts with exactly one "/".
-std::string DRAVJoinPath(const std::string& folder, const std::string& component);
-// Creates a folder and its missing parents; true when it exists afterwards.
-bool DRAVCreateFolder(const std::string& path);

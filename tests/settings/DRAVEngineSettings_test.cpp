@@ -171,9 +171,14 @@ TEST_F(DRAVEngineSettingsTest, SaveAndLoadRoundTrip)
 
 TEST_F(DRAVEngineSettingsTest, LoadDerivesAndCreatesTheFolders)
 {
+    // The log of the former session is moved aside for the new one.
+    fs::create_directories(folder_ / "Log");
+    Write((folder_ / "Log" / "Trace.log").string(), "former session");
     DRAVEngineSettings settings;
     ASSERT_EQ(settings.LoadSettings(path_), kDRAVResultOk);
     EXPECT_FALSE(fs::exists(path_)) << "loading never writes the file";
+    EXPECT_FALSE(fs::exists(folder_ / "Log" / "Trace.log"));
+    EXPECT_EQ(Read((folder_ / "Log" / "Trace01.log").string()), "former session");
     EXPECT_EQ(settings.settingsFolder, folder_.string());
     EXPECT_EQ(settings.overridesFolder, (folder_ / "Overrides").string());
     EXPECT_EQ(settings.logFolder, (folder_ / "Log").string());
