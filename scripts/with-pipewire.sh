@@ -28,7 +28,8 @@ done
 work="$(mktemp -d /tmp/tidemix-pipewire.XXXXXX)"
 runtime="$work/run"
 config="$work/config"
-mkdir -p "$runtime" "$config/pipewire/pipewire.conf.d"
+state="$work/state"
+mkdir -p "$runtime" "$config/pipewire/pipewire.conf.d" "$state"
 chmod 700 "$runtime"
 cp "$fragment" "$config/pipewire/pipewire.conf.d/"
 
@@ -52,6 +53,8 @@ trap 'exit 130' INT TERM
 
 export XDG_RUNTIME_DIR="$runtime"
 export XDG_CONFIG_HOME="$config"
+# wireplumber remembers defaults and stream targets there: keep them private.
+export XDG_STATE_HOME="$state"
 # Nothing of the host's audio set-up may leak in.
 unset PIPEWIRE_REMOTE PIPEWIRE_CONFIG_DIR PIPEWIRE_RUNTIME_DIR PULSE_SERVER
 # A container has no real-time scheduling and no hardware; keep the logs quiet.
