@@ -41,9 +41,9 @@ PropertyMap ToPropertyMap(const spa_dict* dict)
 bool SameDevice(const AudioDeviceInfo& a, const AudioDeviceInfo& b)
 {
     return a.id == b.id && a.uid == b.uid && a.name == b.name && a.inputStreams == b.inputStreams &&
-           a.outputStreams == b.outputStreams && a.transport == b.transport && a.inputTerminal == b.inputTerminal &&
-           a.outputTerminal == b.outputTerminal && a.usb == b.usb && a.inputFormat == b.inputFormat &&
-           a.outputFormat == b.outputFormat;
+           a.outputStreams == b.outputStreams && a.transport == b.transport &&
+           a.inputTerminal == b.inputTerminal && a.outputTerminal == b.outputTerminal && a.usb == b.usb &&
+           a.inputFormat == b.inputFormat && a.outputFormat == b.outputFormat;
 }
 
 bool SameDevices(const std::vector<AudioDeviceInfo>& a, const std::vector<AudioDeviceInfo>& b)
@@ -116,7 +116,8 @@ struct PipeWireAudioSystem::Impl
             {
                 return false;
             }
-            static const pw_registry_events kEvents = [] {
+            static const pw_registry_events kEvents = []
+            {
                 pw_registry_events events{};
                 events.version = PW_VERSION_REGISTRY_EVENTS;
                 events.global = &Impl::OnGlobal;
@@ -163,8 +164,8 @@ struct PipeWireAudioSystem::Impl
     }
 
     // Registry events, on the loop thread.
-    static void OnGlobal(void* data, uint32_t id, uint32_t /*permissions*/, const char* type, uint32_t /*version*/,
-                         const spa_dict* props)
+    static void OnGlobal(void* data, uint32_t id, uint32_t /*permissions*/, const char* type,
+                         uint32_t /*version*/, const spa_dict* props)
     {
         auto* self = static_cast<Impl*>(data);
         const char* mediaClass = props != nullptr ? spa_dict_lookup(props, PW_KEY_MEDIA_CLASS) : nullptr;
@@ -180,7 +181,8 @@ struct PipeWireAudioSystem::Impl
             object->kind = ObjectKind::Node;
             object->proxy =
                 static_cast<pw_proxy*>(pw_registry_bind(self->registry, id, type, PW_VERSION_NODE, 0));
-            static const pw_node_events kNodeEvents = [] {
+            static const pw_node_events kNodeEvents = []
+            {
                 pw_node_events events{};
                 events.version = PW_VERSION_NODE_EVENTS;
                 events.info = &Impl::OnNodeInfo;
@@ -188,7 +190,8 @@ struct PipeWireAudioSystem::Impl
             }();
             if (object->proxy != nullptr)
             {
-                pw_proxy_add_object_listener(object->proxy, &object->objectListener, &kNodeEvents, object.get());
+                pw_proxy_add_object_listener(object->proxy, &object->objectListener, &kNodeEvents,
+                                             object.get());
             }
         }
         else if (strcmp(type, PW_TYPE_INTERFACE_Device) == 0)
@@ -200,7 +203,8 @@ struct PipeWireAudioSystem::Impl
             object->kind = ObjectKind::Device;
             object->proxy =
                 static_cast<pw_proxy*>(pw_registry_bind(self->registry, id, type, PW_VERSION_DEVICE, 0));
-            static const pw_device_events kDeviceEvents = [] {
+            static const pw_device_events kDeviceEvents = []
+            {
                 pw_device_events events{};
                 events.version = PW_VERSION_DEVICE_EVENTS;
                 events.info = &Impl::OnDeviceInfo;
@@ -222,7 +226,8 @@ struct PipeWireAudioSystem::Impl
             object->kind = ObjectKind::Metadata;
             object->proxy =
                 static_cast<pw_proxy*>(pw_registry_bind(self->registry, id, type, PW_VERSION_METADATA, 0));
-            static const pw_metadata_events kMetadataEvents = [] {
+            static const pw_metadata_events kMetadataEvents = []
+            {
                 pw_metadata_events events{};
                 events.version = PW_VERSION_METADATA_EVENTS;
                 events.property = &Impl::OnMetadataProperty;
@@ -331,7 +336,8 @@ struct PipeWireAudioSystem::Impl
                     deviceProps = &device->second->props;
                 }
             }
-            std::optional<AudioDeviceInfo> info = PipeWireDeviceMapping::DeviceFromNode(id, object->props, *deviceProps);
+            std::optional<AudioDeviceInfo> info =
+                PipeWireDeviceMapping::DeviceFromNode(id, object->props, *deviceProps);
             if (!info)
             {
                 continue;
@@ -375,10 +381,7 @@ struct PipeWireAudioSystem::Impl
         }
     }
 
-    void OnConnectionLost()
-    {
-        Publish({}, {}, std::nullopt);
-    }
+    void OnConnectionLost() { Publish({}, {}, std::nullopt); }
 
     void Fire(bool deviceList)
     {
@@ -528,14 +531,16 @@ std::unique_ptr<CaptureStream> PipeWireAudioSystem::OpenCapture(uint32_t deviceI
     return std::make_unique<PipeWireCaptureStream>(impl_->context, std::move(*target), std::move(callback));
 }
 
-std::unique_ptr<PlaybackStream> PipeWireAudioSystem::OpenPlayback(uint32_t deviceId, PlaybackCallback callback)
+std::unique_ptr<PlaybackStream> PipeWireAudioSystem::OpenPlayback(uint32_t deviceId,
+                                                                  PlaybackCallback callback)
 {
     if (!Connected())
     {
         return nullptr;
     }
     std::weak_ptr<Impl> weak = impl_;
-    auto resolve = [weak](uint32_t id) -> std::optional<StreamTarget> {
+    auto resolve = [weak](uint32_t id) -> std::optional<StreamTarget>
+    {
         if (id == 0)
         {
             // PipeWire's default output: no target, the session manager links it.
@@ -581,15 +586,39 @@ std::unique_ptr<PipeWireAudioSystem> PipeWireAudioSystem::Connect(const std::str
 
 PipeWireAudioSystem::PipeWireAudioSystem(std::shared_ptr<Impl> impl) : impl_(std::move(impl)) {}
 PipeWireAudioSystem::~PipeWireAudioSystem() = default;
-bool PipeWireAudioSystem::Connected() const { return false; }
-bool PipeWireAudioSystem::Synchronize(int) { return false; }
-std::vector<AudioDeviceInfo> PipeWireAudioSystem::Devices() { return {}; }
-std::optional<uint32_t> PipeWireAudioSystem::DefaultOutput() { return std::nullopt; }
-ListenerToken PipeWireAudioSystem::AddDeviceListListener(std::function<void()>) { return 0; }
-ListenerToken PipeWireAudioSystem::AddDefaultOutputListener(std::function<void()>) { return 0; }
+bool PipeWireAudioSystem::Connected() const
+{
+    return false;
+}
+bool PipeWireAudioSystem::Synchronize(int)
+{
+    return false;
+}
+std::vector<AudioDeviceInfo> PipeWireAudioSystem::Devices()
+{
+    return {};
+}
+std::optional<uint32_t> PipeWireAudioSystem::DefaultOutput()
+{
+    return std::nullopt;
+}
+ListenerToken PipeWireAudioSystem::AddDeviceListListener(std::function<void()>)
+{
+    return 0;
+}
+ListenerToken PipeWireAudioSystem::AddDefaultOutputListener(std::function<void()>)
+{
+    return 0;
+}
 void PipeWireAudioSystem::RemoveListener(ListenerToken) {}
-std::unique_ptr<CaptureStream> PipeWireAudioSystem::OpenCapture(uint32_t, CaptureCallback) { return nullptr; }
-std::unique_ptr<PlaybackStream> PipeWireAudioSystem::OpenPlayback(uint32_t, PlaybackCallback) { return nullptr; }
+std::unique_ptr<CaptureStream> PipeWireAudioSystem::OpenCapture(uint32_t, CaptureCallback)
+{
+    return nullptr;
+}
+std::unique_ptr<PlaybackStream> PipeWireAudioSystem::OpenPlayback(uint32_t, PlaybackCallback)
+{
+    return nullptr;
+}
 }  // namespace tidemix::platform::pipewire
 
 #endif

@@ -10,7 +10,8 @@ namespace tidemix::platform::pipewire
 class PipeWireCaptureStream final : public CaptureStream, private PipeWireStreamBase
 {
 public:
-    PipeWireCaptureStream(std::shared_ptr<PipeWireContext> context, StreamTarget target, CaptureCallback callback);
+    PipeWireCaptureStream(std::shared_ptr<PipeWireContext> context, StreamTarget target,
+                          CaptureCallback callback);
     ~PipeWireCaptureStream() override;
 
     DeviceStreamFormat Format() const override { return StreamFormat(); }

@@ -35,7 +35,8 @@ std::shared_ptr<PipeWireContext> PipeWireContext::Connect(const std::string& rem
 {
     InitLibraryOnce();
     std::shared_ptr<PipeWireContext> self(new PipeWireContext());
-    auto fail = [&](const std::string& why) -> std::shared_ptr<PipeWireContext> {
+    auto fail = [&](const std::string& why) -> std::shared_ptr<PipeWireContext>
+    {
         if (whyNot != nullptr)
         {
             *whyNot = why;
@@ -69,12 +70,14 @@ std::shared_ptr<PipeWireContext> PipeWireContext::Connect(const std::string& rem
     if (self->core_ == nullptr)
     {
         int error = errno;
-        const char* remote = !remoteName.empty() ? remoteName.c_str()
+        const char* remote = !remoteName.empty()                    ? remoteName.c_str()
                              : getenv("PIPEWIRE_REMOTE") != nullptr ? getenv("PIPEWIRE_REMOTE")
-                                                                     : "pipewire-0";
-        return fail(std::string("no PipeWire daemon reachable at \"") + remote + "\" (" + strerror(error) + ")");
+                                                                    : "pipewire-0";
+        return fail(std::string("no PipeWire daemon reachable at \"") + remote + "\" (" + strerror(error) +
+                    ")");
     }
-    static const pw_core_events kEvents = [] {
+    static const pw_core_events kEvents = []
+    {
         pw_core_events events{};
         events.version = PW_VERSION_CORE_EVENTS;
         events.done = &PipeWireContext::OnCoreDone;
@@ -162,9 +165,10 @@ void PipeWireContext::OnCoreError(void* data, uint32_t id, int /*seq*/, int res,
         return;
     }
     std::string why = message != nullptr && *message != '\0' ? message : strerror(-res);
-    DRAVLogPrintf(kDbgPrintLevelError,
-                  "PipeWire: lost the connection to the daemon (%s); audio devices are gone and streams are silent",
-                  why.c_str());
+    DRAVLogPrintf(
+        kDbgPrintLevelError,
+        "PipeWire: lost the connection to the daemon (%s); audio devices are gone and streams are silent",
+        why.c_str());
     pw_thread_loop_signal(self->loop_, false);
     if (self->lostHandler_)
     {

@@ -62,7 +62,7 @@ private:
     pw_core* core_ = nullptr;
     spa_hook coreListener_{};
     std::atomic<bool> connected_{false};
-    int lastDoneSeq_ = -1;  // loop thread / under the lock
+    int lastDoneSeq_ = -1;                                 // loop thread / under the lock
     std::function<void(const std::string&)> lostHandler_;  // under the lock
 };
 

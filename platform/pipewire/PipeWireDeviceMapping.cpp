@@ -57,7 +57,8 @@ std::vector<std::string_view> Split(std::string_view text, char separator)
     while (true)
     {
         size_t end = text.find(separator, start);
-        parts.push_back(text.substr(start, end == std::string_view::npos ? std::string_view::npos : end - start));
+        parts.push_back(
+            text.substr(start, end == std::string_view::npos ? std::string_view::npos : end - start));
         if (end == std::string_view::npos)
         {
             return parts;
@@ -101,12 +102,12 @@ uint32_t ComposeLocation(uint32_t bus, const std::vector<uint32_t>& ports)
 
 bool PipeWireDeviceMapping::IsAudioDeviceClass(std::string_view mediaClass)
 {
-    return mediaClass == "Audio/Sink" || mediaClass == "Audio/Source" || mediaClass == "Audio/Source/Virtual" ||
-           mediaClass == "Audio/Duplex";
+    return mediaClass == "Audio/Sink" || mediaClass == "Audio/Source" ||
+           mediaClass == "Audio/Source/Virtual" || mediaClass == "Audio/Duplex";
 }
 
 std::optional<AudioDeviceInfo> PipeWireDeviceMapping::DeviceFromNode(uint32_t nodeId, const PropertyMap& node,
-                                                                      const PropertyMap& device)
+                                                                     const PropertyMap& device)
 {
     std::string_view mediaClass = Lookup(node, {}, "media.class");
     if (!IsAudioDeviceClass(mediaClass))
@@ -159,8 +160,8 @@ std::optional<AudioDeviceInfo> PipeWireDeviceMapping::DeviceFromNode(uint32_t no
 AudioTransport PipeWireDeviceMapping::Transport(const PropertyMap& node, const PropertyMap& device)
 {
     std::string_view mediaClass = Lookup(node, {}, "media.class");
-    if (IsTrue(Lookup(node, {}, "node.virtual")) || Lookup(node, {}, "factory.name") == "support.null-audio-sink" ||
-        mediaClass.ends_with("/Virtual"))
+    if (IsTrue(Lookup(node, {}, "node.virtual")) ||
+        Lookup(node, {}, "factory.name") == "support.null-audio-sink" || mediaClass.ends_with("/Virtual"))
     {
         return AudioTransport::Virtual;
     }
@@ -183,11 +184,8 @@ AudioTransport PipeWireDeviceMapping::Transport(const PropertyMap& node, const P
 TerminalKind PipeWireDeviceMapping::Terminal(const PropertyMap& node, const PropertyMap& device, bool capture)
 {
     std::string_view formFactor = Lookup(node, device, "device.form-factor");
-    if (formFactor == "headphone")
-    {
-        return capture ? TerminalKind::Microphone : TerminalKind::Headphone;
-    }
-    if (formFactor == "headset" || formFactor == "handset" || formFactor == "hands-free")
+    if (formFactor == "headphone" || formFactor == "headset" || formFactor == "handset" ||
+        formFactor == "hands-free")
     {
         return capture ? TerminalKind::Microphone : TerminalKind::Headphone;
     }
@@ -196,11 +194,7 @@ TerminalKind PipeWireDeviceMapping::Terminal(const PropertyMap& node, const Prop
         return capture ? TerminalKind::Microphone : TerminalKind::Other;
     }
     if (formFactor == "speaker" || formFactor == "tv" || formFactor == "hifi" || formFactor == "car" ||
-        formFactor == "computer" || formFactor == "portable")
-    {
-        return capture ? TerminalKind::Microphone : TerminalKind::Speaker;
-    }
-    if (formFactor == "internal")
+        formFactor == "computer" || formFactor == "portable" || formFactor == "internal")
     {
         return capture ? TerminalKind::Microphone : TerminalKind::Speaker;
     }
@@ -319,13 +313,15 @@ std::optional<std::string> PipeWireDeviceMapping::DefaultNodeName(std::string_vi
 {
     // A flat object of strings; read "name" and undo the string's escapes.
     size_t pos = 0;
-    auto skipBlanks = [&] {
+    auto skipBlanks = [&]
+    {
         while (pos < json.size() && std::isspace(static_cast<unsigned char>(json[pos])))
         {
             ++pos;
         }
     };
-    auto readString = [&]() -> std::optional<std::string> {
+    auto readString = [&]() -> std::optional<std::string>
+    {
         if (pos >= json.size() || json[pos] != '"')
         {
             return std::nullopt;
@@ -348,13 +344,26 @@ std::optional<std::string> PipeWireDeviceMapping::DefaultNodeName(std::string_vi
                 char escaped = json[pos++];
                 switch (escaped)
                 {
-                case 'n': out.push_back('\n'); break;
-                case 't': out.push_back('\t'); break;
-                case 'r': out.push_back('\r'); break;
-                case 'b': out.push_back('\b'); break;
-                case 'f': out.push_back('\f'); break;
-                case 'u': return std::nullopt;  // node names are plain text
-                default: out.push_back(escaped); break;
+                    case 'n':
+                        out.push_back('\n');
+                        break;
+                    case 't':
+                        out.push_back('\t');
+                        break;
+                    case 'r':
+                        out.push_back('\r');
+                        break;
+                    case 'b':
+                        out.push_back('\b');
+                        break;
+                    case 'f':
+                        out.push_back('\f');
+                        break;
+                    case 'u':
+                        return std::nullopt;  // node names are plain text
+                    default:
+                        out.push_back(escaped);
+                        break;
                 }
                 continue;
             }

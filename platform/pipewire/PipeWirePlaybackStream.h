@@ -17,8 +17,8 @@ public:
     // Finds where a device id plays to; null for a device that can't play.
     using TargetResolver = std::function<std::optional<StreamTarget>(uint32_t deviceId)>;
 
-    PipeWirePlaybackStream(std::shared_ptr<PipeWireContext> context, StreamTarget target, TargetResolver resolver,
-                           PlaybackCallback callback);
+    PipeWirePlaybackStream(std::shared_ptr<PipeWireContext> context, StreamTarget target,
+                           TargetResolver resolver, PlaybackCallback callback);
     ~PipeWirePlaybackStream() override;
 
     DeviceStreamFormat Format() const override { return StreamFormat(); }

@@ -31,7 +31,8 @@ DeviceStreamFormat PipeWireStreamBase::StreamFormat()
     return format;
 }
 
-PipeWireStreamBase::PipeWireStreamBase(std::shared_ptr<PipeWireContext> context, StreamTarget target, bool capture)
+PipeWireStreamBase::PipeWireStreamBase(std::shared_ptr<PipeWireContext> context, StreamTarget target,
+                                       bool capture)
     : context_(std::move(context)), target_(std::move(target)), capture_(capture)
 {
 }
@@ -55,6 +56,7 @@ DRAVResult PipeWireStreamBase::StartStream()
     {
         return DRAVResult(kDRAVResultErrNotInitialized, "the PipeWire daemon is gone");
     }
+    DestroyLocked();  // left by a stop from within the callback
     DRAVResult result = ConnectLocked();
     if (result.Succeeded())
     {
@@ -68,6 +70,14 @@ void PipeWireStreamBase::StopStream()
 {
     running_.store(false);
     active_.store(false);
+    if (processThread_.load() == std::this_thread::get_id())
+    {
+        // Stopped from its own callback: the callback can't wait for itself
+        // and PipeWire's data thread mustn't tear the stream down. No further
+        // callback reaches the owner; the next start or the destructor
+        // destroys the pw_stream.
+        return;
+    }
     // A callback that began before the flag fell still runs: wait for it.
     // One that begins after sees the flag and does nothing.
     while (inFlight_.load() != 0)
@@ -104,9 +114,9 @@ DRAVResult PipeWireStreamBase::Retarget(StreamTarget target)
 DRAVResult PipeWireStreamBase::ConnectLocked()
 {
     pw_properties* props = pw_properties_new(
-        PW_KEY_MEDIA_TYPE, "Audio", PW_KEY_MEDIA_CATEGORY, capture_ ? "Capture" : "Playback", PW_KEY_MEDIA_ROLE,
-        "Production", PW_KEY_NODE_NAME, capture_ ? "tidemix.capture" : "tidemix.playback", PW_KEY_NODE_LATENCY,
-        "960/48000", nullptr);
+        PW_KEY_MEDIA_TYPE, "Audio", PW_KEY_MEDIA_CATEGORY, capture_ ? "Capture" : "Playback",
+        PW_KEY_MEDIA_ROLE, "Production", PW_KEY_NODE_NAME, capture_ ? "tidemix.capture" : "tidemix.playback",
+        PW_KEY_NODE_LATENCY, "960/48000", nullptr);
     if (!target_.serial.empty() || !target_.nodeName.empty())
     {
         pw_properties_set(props, PW_KEY_TARGET_OBJECT,
@@ -119,13 +129,15 @@ DRAVResult PipeWireStreamBase::ConnectLocked()
         pw_properties_set(props, PW_KEY_STREAM_CAPTURE_SINK, "true");
     }
 
-    pw_stream* stream = pw_stream_new(context_->Core(), capture_ ? "Tidemix capture" : "Tidemix playback", props);
+    pw_stream* stream =
+        pw_stream_new(context_->Core(), capture_ ? "Tidemix capture" : "Tidemix playback", props);
     if (stream == nullptr)
     {
         return DRAVResult(kDRAVResultErrInsufficientMemory, "cannot make a PipeWire %s stream: %s",
                           DirectionName(capture_), strerror(errno));
     }
-    static const pw_stream_events kEvents = [] {
+    static const pw_stream_events kEvents = []
+    {
         pw_stream_events events{};
         events.version = PW_VERSION_STREAM_EVENTS;
         events.state_changed = &PipeWireStreamBase::OnStateChanged;
@@ -150,8 +162,8 @@ DRAVResult PipeWireStreamBase::ConnectLocked()
                                                     PW_STREAM_FLAG_RT_PROCESS);
     errorLogged_ = false;
     stream_.store(stream);
-    int rc = pw_stream_connect(stream, capture_ ? PW_DIRECTION_INPUT : PW_DIRECTION_OUTPUT, PW_ID_ANY, flags, params,
-                               1);
+    int rc = pw_stream_connect(stream, capture_ ? PW_DIRECTION_INPUT : PW_DIRECTION_OUTPUT, PW_ID_ANY, flags,
+                               params, 1);
     if (rc < 0)
     {
         DestroyLocked();
@@ -199,7 +211,9 @@ void PipeWireStreamBase::OnProcess(void* data)
     self->inFlight_.fetch_add(1);
     if (self->active_.load())
     {
+        self->processThread_.store(std::this_thread::get_id());
         self->Process(self->stream_.load());
+        self->processThread_.store(std::thread::id());
     }
     self->inFlight_.fetch_sub(1);
 }
@@ -218,7 +232,8 @@ void PipeWireStreamBase::OnStateChanged(void* data, pw_stream_state /*old*/, pw_
     else if (state == PW_STREAM_STATE_UNCONNECTED && self->running_.load() && !self->errorLogged_)
     {
         self->errorLogged_ = true;
-        DRAVLogPrintf(kDbgPrintLevelWarning, "PipeWire: the %s stream on \"%s\" lost its device; it stays silent",
+        DRAVLogPrintf(kDbgPrintLevelWarning,
+                      "PipeWire: the %s stream on \"%s\" lost its device; it stays silent",
                       DirectionName(self->capture_), self->target_.displayName.c_str());
     }
 }

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "platform/AudioSystem.h"
 #include "platform/pipewire/PipeWireContext.h"
@@ -40,7 +41,8 @@ protected:
     PipeWireStreamBase(std::shared_ptr<PipeWireContext> context, StreamTarget target, bool capture);
 
     DRAVResult StartStream();
-    // Returns when no process callback is running and none will come.
+    // Returns when no process callback is running and none will come. From
+    // within the callback it only makes sure that no further one comes.
     void StopStream();
     // Connects anew to another node; a running stream keeps running there.
     DRAVResult Retarget(StreamTarget target);
@@ -68,7 +70,8 @@ private:
     std::atomic<bool> running_{false};
     std::atomic<bool> active_{false};
     std::atomic<int> inFlight_{0};
-    bool errorLogged_ = false;  // loop thread
+    std::atomic<std::thread::id> processThread_{};  // the thread inside Process, if any
+    bool errorLogged_ = false;                      // loop thread
 };
 
 }  // namespace tidemix::platform::pipewire

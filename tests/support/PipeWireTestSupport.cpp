@@ -208,9 +208,9 @@ public:
     bool Connect(const std::string& nodeName, bool capture)
     {
         LoopLock lock(core_->loop);
-        pw_properties* props =
-            pw_properties_new(PW_KEY_MEDIA_TYPE, "Audio", PW_KEY_MEDIA_CATEGORY, capture ? "Capture" : "Playback",
-                              PW_KEY_TARGET_OBJECT, nodeName.c_str(), PW_KEY_NODE_DONT_RECONNECT, "true", nullptr);
+        pw_properties* props = pw_properties_new(
+            PW_KEY_MEDIA_TYPE, "Audio", PW_KEY_MEDIA_CATEGORY, capture ? "Capture" : "Playback",
+            PW_KEY_TARGET_OBJECT, nodeName.c_str(), PW_KEY_NODE_DONT_RECONNECT, "true", nullptr);
         if (capture)
         {
             pw_properties_set(props, PW_KEY_STREAM_CAPTURE_SINK, "true");
@@ -220,7 +220,8 @@ public:
         {
             return false;
         }
-        static const pw_stream_events kEvents = [] {
+        static const pw_stream_events kEvents = []
+        {
             pw_stream_events events{};
             events.version = PW_VERSION_STREAM_EVENTS;
             events.process = &StreamHandle::OnProcess;
@@ -231,9 +232,10 @@ public:
         spa_pod_builder builder{};
         spa_pod_builder_init(&builder, podBuffer, sizeof(podBuffer));
         const spa_pod* params[1] = {StereoFloatFormat(&builder)};
-        return pw_stream_connect(stream_, capture ? PW_DIRECTION_INPUT : PW_DIRECTION_OUTPUT, PW_ID_ANY,
-                                 static_cast<pw_stream_flags>(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS),
-                                 params, 1) >= 0;
+        return pw_stream_connect(
+                   stream_, capture ? PW_DIRECTION_INPUT : PW_DIRECTION_OUTPUT, PW_ID_ANY,
+                   static_cast<pw_stream_flags>(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS),
+                   params, 1) >= 0;
     }
 
 protected:
@@ -359,9 +361,8 @@ public:
                 "factory.name", "support.null-audio-sink", PW_KEY_NODE_NAME, nodeName.c_str(),
                 PW_KEY_NODE_DESCRIPTION, description.c_str(), PW_KEY_MEDIA_CLASS, mediaClass.c_str(),
                 "audio.position", "[ FL FR ]", "audio.rate", "48000", PW_KEY_NODE_VIRTUAL, "true", nullptr);
-            proxy = static_cast<pw_proxy*>(
-                pw_core_create_object(core_->core, "adapter", PW_TYPE_INTERFACE_Node, PW_VERSION_NODE,
-                                      &props->dict, 0));
+            proxy = static_cast<pw_proxy*>(pw_core_create_object(
+                core_->core, "adapter", PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, &props->dict, 0));
             pw_properties_free(props);
         }
         if (proxy == nullptr)
@@ -379,7 +380,8 @@ public:
         return tone->Connect(nodeName, false) ? std::move(tone) : nullptr;
     }
 
-    std::unique_ptr<Handle> RecordMonitor(const std::string& nodeName, std::shared_ptr<SampleCollector> into) override
+    std::unique_ptr<Handle> RecordMonitor(const std::string& nodeName,
+                                          std::shared_ptr<SampleCollector> into) override
     {
         auto recording = std::make_unique<RecordHandle>(core_, std::move(into));
         return recording->Connect(nodeName, true) ? std::move(recording) : nullptr;
@@ -392,8 +394,8 @@ public:
         {
             return false;
         }
-        auto* metadata = static_cast<pw_metadata*>(
-            pw_registry_bind(core_->registry, core_->metadataId, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0));
+        auto* metadata = static_cast<pw_metadata*>(pw_registry_bind(
+            core_->registry, core_->metadataId, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0));
         if (metadata == nullptr)
         {
             return false;
@@ -437,10 +439,12 @@ std::unique_ptr<PipeWireTestPeer> PipeWireTestPeer::Connect(const std::string& r
         {
             return nullptr;
         }
-        static const pw_core_events kCoreEvents = [] {
+        static const pw_core_events kCoreEvents = []
+        {
             pw_core_events events{};
             events.version = PW_VERSION_CORE_EVENTS;
-            events.done = [](void* data, uint32_t id, int seq) {
+            events.done = [](void* data, uint32_t id, int seq)
+            {
                 auto* self = static_cast<PeerCore*>(data);
                 if (id == PW_ID_CORE)
                 {
@@ -452,13 +456,17 @@ std::unique_ptr<PipeWireTestPeer> PipeWireTestPeer::Connect(const std::string& r
         }();
         pw_core_add_listener(core->core, &core->coreListener, &kCoreEvents, core.get());
         core->registry = pw_core_get_registry(core->core, PW_VERSION_REGISTRY, 0);
-        static const pw_registry_events kRegistryEvents = [] {
+        static const pw_registry_events kRegistryEvents = []
+        {
             pw_registry_events events{};
             events.version = PW_VERSION_REGISTRY_EVENTS;
-            events.global = [](void* data, uint32_t id, uint32_t, const char* type, uint32_t, const spa_dict* props) {
+            events.global =
+                [](void* data, uint32_t id, uint32_t, const char* type, uint32_t, const spa_dict* props)
+            {
                 auto* self = static_cast<PeerCore*>(data);
                 const char* name = props != nullptr ? spa_dict_lookup(props, PW_KEY_METADATA_NAME) : nullptr;
-                if (strcmp(type, PW_TYPE_INTERFACE_Metadata) == 0 && name != nullptr && strcmp(name, "default") == 0)
+                if (strcmp(type, PW_TYPE_INTERFACE_Metadata) == 0 && name != nullptr &&
+                    strcmp(name, "default") == 0)
                 {
                     self->metadataId = id;
                 }

@@ -56,10 +56,12 @@ public:
     virtual ~PipeWireTestPeer() = default;
 
     // A null-sink node ("Audio/Sink" or "Audio/Duplex") that lives as long as the handle.
-    virtual std::unique_ptr<Handle> CreateNullSink(const std::string& nodeName, const std::string& description,
+    virtual std::unique_ptr<Handle> CreateNullSink(const std::string& nodeName,
+                                                   const std::string& description,
                                                    const std::string& mediaClass) = 0;
     // Plays a sine (both channels) into the node of that name.
-    virtual std::unique_ptr<Handle> PlayTone(const std::string& nodeName, double frequency, float amplitude) = 0;
+    virtual std::unique_ptr<Handle> PlayTone(const std::string& nodeName, double frequency,
+                                             float amplitude) = 0;
     // Records the left channel of what the node of that name plays (its monitor).
     virtual std::unique_ptr<Handle> RecordMonitor(const std::string& nodeName,
                                                   std::shared_ptr<SampleCollector> into) = 0;

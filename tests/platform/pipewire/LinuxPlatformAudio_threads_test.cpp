@@ -48,10 +48,12 @@ class LogLines
 public:
     LogLines()
     {
-        former_ = DRAVSetLogHandler([this](eDbgPrintLevel, const std::string& line) {
-            std::lock_guard lock(mutex_);
-            lines_.push_back(line);
-        });
+        former_ = DRAVSetLogHandler(
+            [this](eDbgPrintLevel, const std::string& line)
+            {
+                std::lock_guard lock(mutex_);
+                lines_.push_back(line);
+            });
     }
     ~LogLines() { DRAVSetLogHandler(former_); }
     bool Contains(const std::string& text)
@@ -93,7 +95,8 @@ TEST(LinuxPlatformAudio, WithADaemonTheDevicesComeFromPipeWire)
     }
     if (!pipewire::PipeWireAudioSystem::Connect(std::string(), &whyNot))
     {
-        GTEST_SKIP() << "no PipeWire daemon reachable: " << whyNot << "; run the suite under scripts/with-pipewire.sh";
+        GTEST_SKIP() << "no PipeWire daemon reachable: " << whyNot
+                     << "; run the suite under scripts/with-pipewire.sh";
     }
     std::shared_ptr<Platform> platform = Platform::Create("linux");
     ASSERT_TRUE(platform);

@@ -1,7 +1,7 @@
 #include "platform/pipewire/PipeWireAudioSystem.h"
 
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/stat.h>
@@ -70,10 +70,12 @@ std::optional<AudioDeviceInfo> FindByUid(AudioSystem& audio, const std::string& 
 std::optional<AudioDeviceInfo> WaitForDevice(AudioSystem& audio, const std::string& uid)
 {
     std::optional<AudioDeviceInfo> found;
-    WaitFor([&] {
-        found = FindByUid(audio, uid);
-        return found.has_value();
-    });
+    WaitFor(
+        [&]
+        {
+            found = FindByUid(audio, uid);
+            return found.has_value();
+        });
     return found;
 }
 
@@ -83,10 +85,12 @@ class LogCapture
 public:
     LogCapture()
     {
-        former_ = DRAVSetLogHandler([this](eDbgPrintLevel, const std::string& line) {
-            std::lock_guard lock(mutex_);
-            lines_.push_back(line);
-        });
+        former_ = DRAVSetLogHandler(
+            [this](eDbgPrintLevel, const std::string& line)
+            {
+                std::lock_guard lock(mutex_);
+                lines_.push_back(line);
+            });
     }
     ~LogCapture() { DRAVSetLogHandler(former_); }
 
@@ -146,10 +150,10 @@ protected:
 TEST_F(PipeWireAudioSystemThreads, VirtualDevicesAppearWithTheirNamesAndKinds)
 {
     const std::pair<const char*, const char*> expected[] = {
-        {"Tidemix System", "DrovaneTidemixCh1"},    {"Tidemix Music", "DrovaneTidemixCh2"},
-        {"Tidemix Browser", "DrovaneTidemixCh3"},   {"Tidemix Voice Chat", "DrovaneTidemixCh4"},
-        {"Tidemix SFX", "DrovaneTidemixCh5"},       {"Tidemix Game", "DrovaneTidemixCh6"},
-        {"Tidemix Aux 1", "DrovaneTidemixCh7"},     {"Tidemix Aux 2", "DrovaneTidemixCh8"},
+        {"Tidemix System", "DrovaneTidemixCh1"},      {"Tidemix Music", "DrovaneTidemixCh2"},
+        {"Tidemix Browser", "DrovaneTidemixCh3"},     {"Tidemix Voice Chat", "DrovaneTidemixCh4"},
+        {"Tidemix SFX", "DrovaneTidemixCh5"},         {"Tidemix Game", "DrovaneTidemixCh6"},
+        {"Tidemix Aux 1", "DrovaneTidemixCh7"},       {"Tidemix Aux 2", "DrovaneTidemixCh8"},
         {"Tidemix Monitor", "DrovaneTidemixMonitor"}, {"Tidemix Stream", "DrovaneTidemixStream"},
     };
     std::vector<AudioDeviceInfo> devices = audio_->Devices();
@@ -209,10 +213,12 @@ TEST_F(PipeWireAudioSystemThreads, ListenerMayRemoveItselfWhileItRuns)
 {
     std::atomic<int> calls{0};
     std::atomic<ListenerToken> token{0};
-    token = audio_->AddDeviceListListener([&] {
-        calls.fetch_add(1);
-        audio_->RemoveListener(token.load());
-    });
+    token = audio_->AddDeviceListListener(
+        [&]
+        {
+            calls.fetch_add(1);
+            audio_->RemoveListener(token.load());
+        });
     auto node = peer_->CreateNullSink(UniqueName("sink"), "Self Removing", "Audio/Sink");
     ASSERT_TRUE(node);
     ASSERT_TRUE(WaitFor([&] { return calls.load() > 0; }));
@@ -261,18 +267,21 @@ TEST_F(PipeWireAudioSystemThreads, CaptureReceivesTheTonePlayedIntoTheDevice)
     std::atomic<int64_t> lastTime{0};
     std::atomic<int> callbacks{0};
     std::atomic<bool> wrongShape{false};
-    auto capture = audio_->OpenCapture(device->id, [&](const CapturePacket& packet) {
-        if (packet.bufferCount != 2 || packet.buffers == nullptr)
+    auto capture = audio_->OpenCapture(
+        device->id,
+        [&](const CapturePacket& packet)
         {
-            wrongShape = true;
-            return;
-        }
-        collector->Append(static_cast<const float*>(packet.buffers[0]), packet.frames);
-        int64_t expected = 0;
-        firstTime.compare_exchange_strong(expected, packet.hostTimeNanoseconds);
-        lastTime = packet.hostTimeNanoseconds;
-        callbacks.fetch_add(1);
-    });
+            if (packet.bufferCount != 2 || packet.buffers == nullptr)
+            {
+                wrongShape = true;
+                return;
+            }
+            collector->Append(static_cast<const float*>(packet.buffers[0]), packet.frames);
+            int64_t expected = 0;
+            firstTime.compare_exchange_strong(expected, packet.hostTimeNanoseconds);
+            lastTime = packet.hostTimeNanoseconds;
+            callbacks.fetch_add(1);
+        });
     ASSERT_TRUE(capture);
     DeviceStreamFormat format = capture->Format();
     EXPECT_EQ(format.sampleRate, kRate);
@@ -310,7 +319,8 @@ TEST_F(PipeWireAudioSystemThreads, CaptureReceivesTheTonePlayedIntoTheDevice)
 PlaybackCallback SineCallback(double frequency, float amplitude, std::shared_ptr<std::atomic<int>> calls)
 {
     auto phase = std::make_shared<double>(0.0);
-    return [=](const PlaybackRequest& request) {
+    return [=](const PlaybackRequest& request)
+    {
         const double step = 2.0 * M_PI * frequency / kRate;
         for (uint32_t f = 0; f < request.frames; ++f)
         {
@@ -360,6 +370,54 @@ TEST_F(PipeWireAudioSystemThreads, PlaybackIsRecordedBackAtItsVolume)
     EXPECT_FLOAT_EQ(playback->Volume(), 0.0f);
 }
 
+TEST_F(PipeWireAudioSystemThreads, PlaybackWithoutADeviceGoesToTheDefaultOutput)
+{
+    std::optional<uint32_t> defaultId = audio_->DefaultOutput();
+    ASSERT_TRUE(defaultId) << "the session manager chose no default output";
+    std::optional<AudioDeviceInfo> defaultDevice = audio_->Device(*defaultId);
+    ASSERT_TRUE(defaultDevice);
+    auto collector = std::make_shared<SampleCollector>(kRate * 60);
+    auto recording = peer_->RecordMonitor(defaultDevice->uid, collector);
+    ASSERT_TRUE(recording);
+
+    auto calls = std::make_shared<std::atomic<int>>(0);
+    auto playback = audio_->OpenPlayback(0, SineCallback(750.0, 0.4f, calls));
+    ASSERT_TRUE(playback);
+    ASSERT_TRUE(playback->Start().Succeeded());
+    ASSERT_TRUE(WaitFor([&] { return HasSettledTone(*collector, kRate / 4); }))
+        << "nothing reached \"" << defaultDevice->name << "\"";
+    EXPECT_NEAR(MeasureSettled(*collector, kRate / 4).frequency, 750.0, 3.0);
+    playback->Stop();
+}
+
+TEST_F(PipeWireAudioSystemThreads, StopFromWithinTheCallbackEndsTheCallbacks)
+{
+    const std::string name = UniqueName("selfstop");
+    auto node = peer_->CreateNullSink(name, "Self Stop", "Audio/Duplex");
+    ASSERT_TRUE(node);
+    std::optional<AudioDeviceInfo> device = WaitForDevice(*audio_, name);
+    ASSERT_TRUE(device);
+    std::atomic<int> calls{0};
+    std::unique_ptr<CaptureStream> capture;
+    capture = audio_->OpenCapture(device->id,
+                                  [&](const CapturePacket&)
+                                  {
+                                      if (calls.fetch_add(1) == 2)
+                                      {
+                                          capture->Stop();
+                                      }
+                                  });
+    ASSERT_TRUE(capture);
+    ASSERT_TRUE(capture->Start().Succeeded());
+    ASSERT_TRUE(WaitFor([&] { return calls.load() >= 3; }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_EQ(calls.load(), 3);
+    // It starts again, and a stop from outside waits as usual.
+    ASSERT_TRUE(capture->Start().Succeeded());
+    EXPECT_TRUE(WaitFor([&] { return calls.load() > 3; }));
+    capture->Stop();
+}
+
 TEST_F(PipeWireAudioSystemThreads, MoveToCarriesARunningStreamToAnotherDevice)
 {
     const std::string nameA = UniqueName("a");
@@ -380,14 +438,16 @@ TEST_F(PipeWireAudioSystemThreads, MoveToCarriesARunningStreamToAnotherDevice)
     auto playback = audio_->OpenPlayback(deviceA->id, SineCallback(600.0, 0.5f, calls));
     ASSERT_TRUE(playback);
     ASSERT_TRUE(playback->Start().Succeeded());
-    ASSERT_TRUE(WaitFor([&] { return HasSettledTone(*onA, kRate / 4); })) << "nothing reached the first device";
+    ASSERT_TRUE(WaitFor([&] { return HasSettledTone(*onA, kRate / 4); }))
+        << "nothing reached the first device";
     EXPECT_EQ(onB->FirstAbove(0.01f), onB->Frames()) << "the second device played before the move";
 
     // Unknown devices are refused and the stream stays where it is.
     EXPECT_FALSE(playback->MoveTo(0x7FFFFFF0u).Succeeded());
 
     ASSERT_TRUE(playback->MoveTo(deviceB->id).Succeeded());
-    ASSERT_TRUE(WaitFor([&] { return HasSettledTone(*onB, kRate / 4); })) << "nothing reached the second device";
+    ASSERT_TRUE(WaitFor([&] { return HasSettledTone(*onB, kRate / 4); }))
+        << "nothing reached the second device";
     EXPECT_NEAR(MeasureSettled(*onB, kRate / 4).frequency, 600.0, 3.0);
 
     // The first device has gone quiet.
@@ -505,10 +565,15 @@ TEST_F(PipeWireAudioSystemThreads, DaemonGoingAwayEmptiesTheSnapshotAndSilencesS
     OwnDaemon daemon(remote);
     ASSERT_TRUE(daemon.Started()) << "cannot start pipewire";
     const std::string socket = std::string(runtime) + "/" + remote;
-    ASSERT_TRUE(WaitFor([&] {
-        struct stat info{};
-        return stat(socket.c_str(), &info) == 0;
-    })) << "the test's own daemon made no socket";
+    ASSERT_TRUE(WaitFor(
+        [&]
+        {
+            struct stat info
+            {
+            };
+            return stat(socket.c_str(), &info) == 0;
+        }))
+        << "the test's own daemon made no socket";
 
     std::string whyNot;
     std::unique_ptr<PipeWireAudioSystem> audio = PipeWireAudioSystem::Connect(remote, &whyNot);

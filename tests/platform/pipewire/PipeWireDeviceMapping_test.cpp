@@ -34,8 +34,8 @@ TEST(PipeWireDeviceMapping, DirectionsFollowTheMediaClass)
         uint32_t inputs;
         uint32_t outputs;
     };
-    for (const Case& c : {Case{"Audio/Sink", 0, 1}, Case{"Audio/Source", 1, 0}, Case{"Audio/Source/Virtual", 1, 0},
-                          Case{"Audio/Duplex", 1, 1}})
+    for (const Case& c : {Case{"Audio/Sink", 0, 1}, Case{"Audio/Source", 1, 0},
+                          Case{"Audio/Source/Virtual", 1, 0}, Case{"Audio/Duplex", 1, 1}})
     {
         std::optional<AudioDeviceInfo> info =
             Mapping::DeviceFromNode(7, {{"media.class", c.mediaClass}, {"node.name", "n"}}, {});
@@ -45,7 +45,8 @@ TEST(PipeWireDeviceMapping, DirectionsFollowTheMediaClass)
         EXPECT_EQ(info->id, 7u);
     }
     // Streams, video and nameless nodes are no devices.
-    EXPECT_FALSE(Mapping::DeviceFromNode(1, {{"media.class", "Stream/Output/Audio"}, {"node.name", "n"}}, {}));
+    EXPECT_FALSE(
+        Mapping::DeviceFromNode(1, {{"media.class", "Stream/Output/Audio"}, {"node.name", "n"}}, {}));
     EXPECT_FALSE(Mapping::DeviceFromNode(1, {{"media.class", "Video/Source"}, {"node.name", "n"}}, {}));
     EXPECT_FALSE(Mapping::DeviceFromNode(1, {{"media.class", "Audio/Sink"}}, {}));
 }
