@@ -46,6 +46,33 @@ ToneMeasurement MeasureTone(const float* samples, size_t count, uint32_t sampleR
     return result;
 }
 
+ToneMeasurement MeasureToneMedian(const float* samples, size_t count, uint32_t sampleRate, size_t chunkFrames)
+{
+    std::vector<double> frequencies;
+    std::vector<double> levels;
+    for (size_t at = 0; chunkFrames > 0 && at + chunkFrames <= count; at += chunkFrames)
+    {
+        ToneMeasurement piece = MeasureTone(samples + at, chunkFrames, sampleRate);
+        frequencies.push_back(piece.frequency);
+        levels.push_back(piece.rms);
+    }
+    ToneMeasurement result;
+    result.frames = count;
+    if (frequencies.empty())
+    {
+        return result;
+    }
+    auto median = [](std::vector<double>& values)
+    {
+        std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2),
+                         values.end());
+        return values[values.size() / 2];
+    };
+    result.frequency = median(frequencies);
+    result.rms = median(levels);
+    return result;
+}
+
 void SampleCollector::Append(const float* samples, size_t count)
 {
     size_t at = written_.load(std::memory_order_relaxed);
@@ -185,7 +212,7 @@ private:
     pw_proxy* proxy_;
 };
 
-// A pw_stream of the peer; its process runs on the peer's loop thread.
+// A pw_stream of the peer; its process runs on PipeWire's data thread.
 class StreamHandle : public PipeWireTestPeer::Handle
 {
 public:
@@ -234,7 +261,8 @@ public:
         const spa_pod* params[1] = {StereoFloatFormat(&builder)};
         return pw_stream_connect(
                    stream_, capture ? PW_DIRECTION_INPUT : PW_DIRECTION_OUTPUT, PW_ID_ANY,
-                   static_cast<pw_stream_flags>(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS),
+                   static_cast<pw_stream_flags>(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS |
+                                                PW_STREAM_FLAG_RT_PROCESS),
                    params, 1) >= 0;
     }
 

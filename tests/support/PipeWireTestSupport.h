@@ -22,6 +22,10 @@ struct ToneMeasurement
     size_t frames = 0;
 };
 ToneMeasurement MeasureTone(const float* samples, size_t count, uint32_t sampleRate);
+// The median frequency and level over pieces of chunkFrames: a dropout on a
+// loaded machine spoils a piece, not the measurement.
+ToneMeasurement MeasureToneMedian(const float* samples, size_t count, uint32_t sampleRate,
+                                  size_t chunkFrames);
 
 // Samples collected on a real-time thread into memory reserved up front.
 // One writer; readers see everything before Frames().

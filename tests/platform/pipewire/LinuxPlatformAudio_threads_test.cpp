@@ -95,6 +95,8 @@ TEST(LinuxPlatformAudio, WithADaemonTheDevicesComeFromPipeWire)
     }
     if (!pipewire::PipeWireAudioSystem::Connect(std::string(), &whyNot))
     {
+        ASSERT_EQ(getenv("TIDEMIX_PIPEWIRE_PRIVATE"), nullptr)
+            << "scripts/with-pipewire.sh started PipeWire, yet: " << whyNot;
         GTEST_SKIP() << "no PipeWire daemon reachable: " << whyNot
                      << "; run the suite under scripts/with-pipewire.sh";
     }
