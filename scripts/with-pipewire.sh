@@ -32,6 +32,14 @@ state="$work/state"
 mkdir -p "$runtime" "$config/pipewire/pipewire.conf.d" "$state"
 chmod 700 "$runtime"
 cp "$fragment" "$config/pipewire/pipewire.conf.d/"
+# Clients here run without real-time scheduling on a machine others share:
+# long cycles give them the slack a desktop's real-time threads don't need.
+cat >"$config/pipewire/pipewire.conf.d/90-tidemix-test-clock.conf" <<'CONF'
+context.properties = {
+    default.clock.quantum     = 4096
+    default.clock.min-quantum = 4096
+}
+CONF
 
 pids=()
 cleanup() {
