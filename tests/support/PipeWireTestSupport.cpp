@@ -107,7 +107,6 @@ size_t SampleCollector::FirstAbove(float threshold) const
 
 #if TIDEMIX_HAVE_PIPEWIRE
 
-#include <pipewire/extensions/metadata.h>
 #include <pipewire/pipewire.h>
 #include <spa/param/audio/format-utils.h>
 
@@ -120,16 +119,13 @@ namespace
 {
 constexpr uint32_t kRate = 48000;
 
-// The peer's own connection: loop, context, core, and the default metadata.
+// The peer's own connection: loop, context and core.
 struct PeerCore
 {
     pw_thread_loop* loop = nullptr;
     pw_context* context = nullptr;
     pw_core* core = nullptr;
     spa_hook coreListener{};
-    pw_registry* registry = nullptr;
-    spa_hook registryListener{};
-    uint32_t metadataId = SPA_ID_INVALID;
     int doneSeq = -1;
 
     ~PeerCore()
@@ -137,11 +133,6 @@ struct PeerCore
         if (loop != nullptr)
         {
             pw_thread_loop_stop(loop);
-        }
-        if (registry != nullptr)
-        {
-            spa_hook_remove(&registryListener);
-            pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry));
         }
         if (core != nullptr)
         {
@@ -415,33 +406,6 @@ public:
         return recording->Connect(nodeName, true) ? std::move(recording) : nullptr;
     }
 
-    bool SetConfiguredDefaultSink(const std::string& nodeName) override
-    {
-        LoopLock lock(core_->loop);
-        if (core_->metadataId == SPA_ID_INVALID)
-        {
-            return false;
-        }
-        auto* metadata = static_cast<pw_metadata*>(pw_registry_bind(
-            core_->registry, core_->metadataId, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0));
-        if (metadata == nullptr)
-        {
-            return false;
-        }
-        std::string value = "{\"name\":\"" + nodeName + "\"}";
-        pw_metadata_set_property(metadata, PW_ID_CORE, "default.configured.audio.sink", "Spa:String:JSON",
-                                 value.c_str());
-        // The request is on its way before the proxy goes.
-        int seq = pw_core_sync(core_->core, PW_ID_CORE, 0);
-        timespec deadline{};
-        pw_thread_loop_get_time(core_->loop, &deadline, 5 * static_cast<int64_t>(SPA_NSEC_PER_SEC));
-        while (core_->doneSeq < seq && pw_thread_loop_timed_wait_full(core_->loop, &deadline) == 0)
-        {
-        }
-        pw_proxy_destroy(reinterpret_cast<pw_proxy*>(metadata));
-        return true;
-    }
-
 private:
     std::shared_ptr<PeerCore> core_;
 };
@@ -483,25 +447,6 @@ std::unique_ptr<PipeWireTestPeer> PipeWireTestPeer::Connect(const std::string& r
             return events;
         }();
         pw_core_add_listener(core->core, &core->coreListener, &kCoreEvents, core.get());
-        core->registry = pw_core_get_registry(core->core, PW_VERSION_REGISTRY, 0);
-        static const pw_registry_events kRegistryEvents = []
-        {
-            pw_registry_events events{};
-            events.version = PW_VERSION_REGISTRY_EVENTS;
-            events.global =
-                [](void* data, uint32_t id, uint32_t, const char* type, uint32_t, const spa_dict* props)
-            {
-                auto* self = static_cast<PeerCore*>(data);
-                const char* name = props != nullptr ? spa_dict_lookup(props, PW_KEY_METADATA_NAME) : nullptr;
-                if (strcmp(type, PW_TYPE_INTERFACE_Metadata) == 0 && name != nullptr &&
-                    strcmp(name, "default") == 0)
-                {
-                    self->metadataId = id;
-                }
-            };
-            return events;
-        }();
-        pw_registry_add_listener(core->registry, &core->registryListener, &kRegistryEvents, core.get());
     }
     if (!core->RoundTrip())
     {

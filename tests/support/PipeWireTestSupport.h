@@ -69,8 +69,6 @@ public:
     // Records the left channel of what the node of that name plays (its monitor).
     virtual std::unique_ptr<Handle> RecordMonitor(const std::string& nodeName,
                                                   std::shared_ptr<SampleCollector> into) = 0;
-    // Asks the session manager to make this node the default output.
-    virtual bool SetConfiguredDefaultSink(const std::string& nodeName) = 0;
 };
 
 }  // namespace tidemix::test
