@@ -11,19 +11,26 @@ cmake --preset asan >/dev/null
 cmake --build --preset asan -j "$jobs"
 echo "== AddressSanitizer + UndefinedBehaviorSanitizer =="
 asan_rc=0
-ctest --preset asan -j "$jobs" || asan_rc=$?
+ctest --preset asan -j "$jobs" -LE '^platform_pipewire' || asan_rc=$?
+# The PipeWire backend against a private daemon; one test at a time, since
+# they share the daemon and its default output.
+echo "== PipeWire backend against a private daemon (asan) =="
+pw_rc=0
+bash scripts/with-pipewire.sh ctest --preset asan -L '^platform_pipewire' || pw_rc=$?
 
 cmake --preset tsan >/dev/null
 cmake --build --preset tsan -j "$jobs"
 echo "== ThreadSanitizer (label: threads) =="
 tsan_rc=0
-ctest --preset tsan -j "$jobs" || tsan_rc=$?
+ctest --preset tsan -j "$jobs" -LE '^platform_pipewire' || tsan_rc=$?
+echo "== PipeWire backend against a private daemon (tsan) =="
+bash scripts/with-pipewire.sh ctest --preset tsan -L '^platform_pipewire' || pw_rc=$?
 
 echo "== libFuzzer targets, bounded time =="
 fuzz_rc=0
 FUZZ_SECONDS=${FUZZ_SECONDS:-45} bash scripts/run-fuzz.sh || fuzz_rc=$?
 
-if [ "$asan_rc" -ne 0 ] || [ "$tsan_rc" -ne 0 ] || [ "$fuzz_rc" -ne 0 ]; then
-  echo "tests failed (asan=$asan_rc tsan=$tsan_rc fuzz=$fuzz_rc)"
+if [ "$asan_rc" -ne 0 ] || [ "$pw_rc" -ne 0 ] || [ "$tsan_rc" -ne 0 ] || [ "$fuzz_rc" -ne 0 ]; then
+  echo "tests failed (asan=$asan_rc pipewire=$pw_rc tsan=$tsan_rc fuzz=$fuzz_rc)"
   exit 1
 fi
