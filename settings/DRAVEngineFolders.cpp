@@ -98,18 +98,28 @@ std::string GetProductCompactName()
 
 std::string DRAVGetAppDataDirectory(bool create)
 {
-    std::string home = HomeFolder();
-    if (home.empty())
+    // The XDG configuration home: $XDG_CONFIG_HOME when it is an absolute
+    // path, else ~/.config; then the company and the product.
+    std::string base;
+    const char* config = getenv("XDG_CONFIG_HOME");
+    if (config != nullptr && config[0] == '/')
     {
-        return std::string();
+        base = config;
+        if (create)
+        {
+            DplFile_CreateFolder(base, true);
+        }
     }
-    std::string path = DplFile_AddPathComponent(home, "Library");
-    if (create && !DplFile_FolderExists(path))
+    else
     {
-        mkdir(path.c_str(), 0777);
+        const std::string home = HomeFolder();
+        if (home.empty())
+        {
+            return std::string();
+        }
+        base = AddLevel(home, ".config", create);
     }
-    path = AddLevel(path, "Application Support", create);
-    path = AddLevel(path, GetCompanyName(false), create);
+    std::string path = AddLevel(base, GetCompanyName(false), create);
     return AddLevel(path, GetProductName(false), create);
 }
 
@@ -120,6 +130,6 @@ std::string DRAVGetMovieDirectory(bool create)
     {
         return std::string();
     }
-    std::string path = AddLevel(home, "Movies", create);
+    std::string path = AddLevel(home, "Videos", create);
     return AddLevel(path, GetProductName(false), create);
 }

@@ -433,30 +433,40 @@ TEST_F(DRAVEngineSettingsTest, UpdateTellsHandlersOnlyOfRealChanges)
     EXPECT_EQ(counter->calls, 1);
 }
 
-TEST_F(DRAVEngineSettingsTest, AppDataDirectoryFollowsHomeAndNames)
+TEST_F(DRAVEngineSettingsTest, AppDataDirectoryFollowsTheConfigurationHomeAndNames)
 {
+    const char* formerConfig = getenv("XDG_CONFIG_HOME");
+    const std::string savedConfig = formerConfig ? formerConfig : "";
     const char* formerHome = getenv("HOME");
-    std::string saved = formerHome ? formerHome : "";
-    setenv("HOME", folder_.c_str(), 1);
-    std::string expected = (folder_ / "Library" / "Application Support" / "Drovane" / "Tidemix").string();
+    const std::string savedHome = formerHome ? formerHome : "";
+
+    setenv("XDG_CONFIG_HOME", folder_.c_str(), 1);
+    const std::string expected = (folder_ / "Drovane" / "Tidemix").string();
     EXPECT_EQ(DRAVGetAppDataDirectory(false), expected);
     EXPECT_FALSE(fs::exists(expected));
     EXPECT_EQ(DRAVGetAppDataDirectory(true), expected);
     EXPECT_TRUE(fs::is_directory(expected));
-    EXPECT_EQ(DRAVGetMovieDirectory(true), (folder_ / "Movies" / "Tidemix").string());
-    EXPECT_TRUE(fs::is_directory(folder_ / "Movies" / "Tidemix"));
 
+    // A relative configuration home is ignored: ~/.config stands in.
+    setenv("XDG_CONFIG_HOME", "relative", 1);
+    setenv("HOME", folder_.c_str(), 1);
+    EXPECT_EQ(DRAVGetAppDataDirectory(false), (folder_ / ".config" / "Drovane" / "Tidemix").string());
+    EXPECT_EQ(DRAVGetMovieDirectory(true), (folder_ / "Videos" / "Tidemix").string());
+    EXPECT_TRUE(fs::is_directory(folder_ / "Videos" / "Tidemix"));
+
+    setenv("XDG_CONFIG_HOME", folder_.c_str(), 1);
     DRAVSetProductNames("TM", "Tidemix Studio", nullptr);
     EXPECT_EQ(GetProductName(true), "TM");
     EXPECT_EQ(GetProductName(false), "Tidemix Studio");
     EXPECT_EQ(GetProductCompactName(), "Tidemix");
     EXPECT_EQ(GetCompanyName(false), "Drovane");
-    EXPECT_EQ(DRAVGetAppDataDirectory(false),
-              (folder_ / "Library" / "Application Support" / "Drovane" / "Tidemix Studio").string());
+    EXPECT_EQ(DRAVGetAppDataDirectory(false), (folder_ / "Drovane" / "Tidemix Studio").string());
     DRAVSetProductNames("Tidemix", "Tidemix", "Tidemix");
+
+    setenv("XDG_CONFIG_HOME", savedConfig.c_str(), 1);
     if (formerHome)
     {
-        setenv("HOME", saved.c_str(), 1);
+        setenv("HOME", savedHome.c_str(), 1);
     }
     else
     {
