@@ -9,12 +9,21 @@ namespace tidemix::engine
 {
 namespace
 {
+// soxr's default DFT sizes process in large blocks and hold back up to ~450
+// output frames when converting down (~2900 for 8 to 48 kHz); the smallest
+// sizes bound that to about 100 frames times the upsampling factor, for a
+// small cost in speed.
+constexpr unsigned kLog2DftSize = 8;
+
 // Zero input fed at the start so that the filter's held-back frames are
 // already covered: afterwards every chunk of input at the exact rate ratio
-// yields at least its share of output. soxr's low-quality filter holds back
-// about 22 output frames at 44.1 to 48 kHz; 64 device frames leave room for
-// other ratios.
-constexpr uint32_t kPrimingOutputFrames = 64;
+// yields at least its share of output, at the price of this many frames of
+// latency.
+uint32_t PrimingOutputFrames(uint32_t inputRate, uint32_t outputRate)
+{
+    const uint32_t upsampling = (outputRate + inputRate - 1) / inputRate;
+    return 128 * upsampling + 32;
+}
 constexpr uint32_t kPrimingChunk = 16;
 }  // namespace
 
@@ -26,7 +35,9 @@ std::unique_ptr<StereoResampler> StereoResampler::Create(uint32_t inputRate, uin
     soxr_error_t error = nullptr;
     const soxr_io_spec_t io = soxr_io_spec(SOXR_FLOAT32_S, SOXR_FLOAT32_S);
     const soxr_quality_spec_t quality = soxr_quality_spec(SOXR_LQ, 0);
-    const soxr_runtime_spec_t runtime = soxr_runtime_spec(1);
+    soxr_runtime_spec_t runtime = soxr_runtime_spec(1);
+    runtime.log2_min_dft_size = kLog2DftSize;
+    runtime.log2_large_dft_size = kLog2DftSize;
     soxr_t handle = soxr_create(inputRate, outputRate, 2, &error, &io, &quality, &runtime);
     if (handle == nullptr || error != nullptr)
     {
@@ -35,8 +46,8 @@ std::unique_ptr<StereoResampler> StereoResampler::Create(uint32_t inputRate, uin
         return nullptr;
     }
     // Room for the largest push's output plus what priming and rounding leave.
-    const uint64_t largestPush =
-        static_cast<uint64_t>(maxInputFrames) * outputRate / inputRate + kPrimingOutputFrames * 4 + 64;
+    const uint64_t largestPush = static_cast<uint64_t>(maxInputFrames) * outputRate / inputRate +
+                                 PrimingOutputFrames(inputRate, outputRate) * 2 + 1024;
     const uint64_t capacity = largestPush + maxOutputFrames;
     std::unique_ptr<StereoResampler> resampler(
         new StereoResampler(handle, inputRate, outputRate, static_cast<uint32_t>(capacity)));
@@ -68,7 +79,8 @@ void StereoResampler::Reset()
 void StereoResampler::Prime()
 {
     const uint32_t inputFrames = static_cast<uint32_t>(
-        (static_cast<uint64_t>(kPrimingOutputFrames) * inputRate_ + outputRate_ - 1) / outputRate_);
+        (static_cast<uint64_t>(PrimingOutputFrames(inputRate_, outputRate_)) * inputRate_ + outputRate_ - 1) /
+        outputRate_);
     const float zeros[kPrimingChunk] = {};
     for (uint32_t done = 0; done < inputFrames; done += kPrimingChunk)
         Push(zeros, zeros, std::min(kPrimingChunk, inputFrames - done));

@@ -11,9 +11,9 @@ namespace tidemix::engine
 {
 
 // Converts two planar float channels from one fixed rate to another with
-// libsoxr in its low-quality, low-latency setting (16-bit quality, about 22
-// output frames held back), which hands out output for every small input
-// chunk instead of in bursts. Output collects in a queue that the caller
+// libsoxr in its low-quality setting (16-bit quality) with the smallest DFT
+// blocks, which hands out output for every small input chunk instead of in
+// bursts. Output collects in a queue that the caller
 // drains.
 //
 // Create and Reset allocate and prime the filter; Push and Pop afterwards
