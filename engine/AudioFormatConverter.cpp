@@ -150,6 +150,9 @@ void AudioFormatConverter::Render(void* const* buffers, uint32_t frames)
 
 uint32_t AudioFormatConverter::PullInput(uint32_t frames)
 {
+    // Converting up, a very short render may need no new input at all.
+    if (frames == 0)
+        return 0;
     const uint32_t filled = std::min(callback_(inputBuffers_.data(), frames), frames);
     if (filled < frames)
     {

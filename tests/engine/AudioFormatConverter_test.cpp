@@ -420,6 +420,28 @@ TEST(AudioFormatConverter, NonFiniteAndOutOfRangeSamplesGiveDefinedInt16)
     EXPECT_EQ(r[3], 32767.0f / 32768.0f);
 }
 
+TEST(AudioFormatConverter, SingleFrameRendersNeverAskForZeroFrames)
+{
+    const DeviceStreamFormat device = Format(44100, 2, SampleEncoding::Float32, false);
+    std::vector<uint32_t> requests;
+    auto converter = AudioFormatConverter::Create(device, AudioFormatConverter::MixFormat(), 960,
+                                                  [&requests](void* const*, uint32_t frames)
+                                                  {
+                                                      requests.push_back(frames);
+                                                      return frames;
+                                                  });
+    ASSERT_NE(converter, nullptr);
+    float left = 0.0f, right = 0.0f;
+    void* buffers[2] = {&left, &right};
+    for (int i = 0; i < 160; ++i)
+        converter->Render(buffers, 1);
+    // 160 output frames at 48000 Hz take exactly 147 at 44100 Hz, one at a time.
+    EXPECT_EQ(requests.size(), 147u);
+    for (uint32_t r : requests)
+        ASSERT_EQ(r, 1u);
+    EXPECT_EQ(converter->ShortFrames(), 0u);
+}
+
 TEST(AudioFormatConverter, ShortInputPlaysAsSilence)
 {
     const DeviceStreamFormat device = Format(48000, 2, SampleEncoding::Int16, true);
