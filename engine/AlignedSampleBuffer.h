@@ -5,6 +5,8 @@
 #include <memory>
 #include <new>
 
+#include "portable-core/DplAlignedMemory.h"
+
 namespace tidemix::engine
 {
 
@@ -15,7 +17,7 @@ template <typename Sample>
 class AlignedSampleBuffer
 {
 public:
-    static constexpr std::size_t kAlignment = 64;
+    static constexpr std::size_t kAlignment = kDplStoreAlignment;
 
     AlignedSampleBuffer() = default;
     explicit AlignedSampleBuffer(std::size_t count) { Reset(count); }
@@ -26,7 +28,10 @@ public:
         // Round up to whole cache lines so the tail of a vector loop stays inside.
         const std::size_t perLine = kAlignment / sizeof(Sample);
         const std::size_t rounded = (count + perLine - 1) / perLine * perLine;
-        samples_.reset(rounded == 0 ? nullptr : new (std::align_val_t{kAlignment}) Sample[rounded]);
+        samples_.reset(rounded == 0 ? nullptr
+                                    : static_cast<Sample*>(DplAlignedAlloc(rounded * sizeof(Sample))));
+        if (!samples_ && rounded != 0)
+            throw std::bad_alloc();
         size_ = count;
         if (samples_)
             std::memset(samples_.get(), 0, rounded * sizeof(Sample));
@@ -39,7 +44,7 @@ public:
 private:
     struct AlignedDelete
     {
-        void operator()(Sample* p) const { ::operator delete[](p, std::align_val_t{kAlignment}); }
+        void operator()(Sample* p) const { DplAlignedFree(p); }
     };
     std::unique_ptr<Sample[], AlignedDelete> samples_;
     std::size_t size_ = 0;
