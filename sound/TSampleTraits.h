@@ -73,10 +73,20 @@ struct TCodec
         if constexpr (kFloating && kSize == 4)
         {
             raw = std::bit_cast<uint32_t>(static_cast<float>(x));
+            // A NaN always leaves quiet with its payload, whether or not the
+            // compiler folded a float → double → float round trip away.
+            if (x != x)
+            {
+                raw |= 0x00400000u;
+            }
         }
         else if constexpr (kFloating)
         {
             raw = std::bit_cast<uint64_t>(x);
+            if (x != x)
+            {
+                raw |= 0x0008000000000000u;
+            }
         }
         else
         {

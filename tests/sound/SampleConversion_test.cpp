@@ -181,11 +181,19 @@ void RefTo(uint8_t* p, double x, const RefFormat& f)
             const float s = static_cast<float>(x);
             uint32_t bits;
             std::memcpy(&bits, &s, 4);
+            if (std::isnan(x))
+            {
+                bits |= 0x00400000u;  // NaNs leave quiet, payload kept
+            }
             Disassemble(p, bits, f);
             return;
         }
         case Kind::F64:
             std::memcpy(&raw, &x, 8);
+            if (std::isnan(x))
+            {
+                raw |= 0x0008000000000000u;
+            }
             Disassemble(p, raw, f);
             return;
         case Kind::S8:
@@ -370,8 +378,9 @@ void CheckPair(int fromId, int toId, bool withFilter, int misalign)
             MakeConverterTo<TSampleTraitsForId<id>::type>(toId, CCountedPtr<CSampleFunnel::Filter>(filter)); \
         break;
         ROW(1)
-        ROW(2) ROW(3) ROW(4) ROW(5) ROW(6) ROW(7) ROW(8) ROW(9) ROW(10) ROW(11) ROW(12) ROW(13) ROW(14)
-            ROW(15) ROW(16) ROW(17) ROW(18) ROW(19) ROW(20) ROW(21) ROW(22) ROW(23) ROW(24) ROW(25) ROW(26)
+        ROW(2)
+        ROW(3) ROW(4) ROW(5) ROW(6) ROW(7) ROW(8) ROW(9) ROW(10) ROW(11) ROW(12) ROW(13) ROW(14) ROW(15)
+            ROW(16) ROW(17) ROW(18) ROW(19) ROW(20) ROW(21) ROW(22) ROW(23) ROW(24) ROW(25) ROW(26)
 #undef ROW
     }
     ASSERT_NE(funnel, nullptr) << PairName(fromId, toId);
@@ -605,4 +614,29 @@ TEST(SampleConverterFamily, NegativeCountsAndNullBuffersDoNothing)
     EXPECT_EQ(funnel->FunnelBuffer(nullptr, &in, 1), 0);
     EXPECT_EQ(funnel->FunnelBuffer(&out, nullptr, 1), 0);
     EXPECT_EQ(out, 7.0f);
+}
+
+TEST(SampleConverterFamily, NaNsLeaveQuietWithTheirPayload)
+{
+    // The same on every build: a signalling NaN is quieted even where the
+    // compiler could drop a float → double → float round trip.
+    std::unique_ptr<CSampleFunnel> floats = DplAudio_CreateSampleTypeConverter(6, 6, 1, nullptr);
+    const uint32_t signalling = 0x7FB5E5D1u;
+    uint32_t out = 0;
+    floats->FunnelBuffer(&out, &signalling, 1);
+    EXPECT_EQ(out, 0x7FF5E5D1u);
+    const uint32_t negativeQuiet = 0xFFC00001u;
+    floats->FunnelBuffer(&out, &negativeQuiet, 1);
+    EXPECT_EQ(out, 0xFFC00001u);
+
+    std::unique_ptr<CSampleFunnel> doubles = DplAudio_CreateSampleTypeConverter(7, 19, 1, nullptr);
+    const uint64_t signalling64 = 0x7FF0000000000123u;
+    uint64_t out64 = 0;
+    doubles->FunnelBuffer(&out64, &signalling64, 1);
+    EXPECT_EQ(out64, __builtin_bswap64(0x7FF8000000000123u));
+
+    // Float to double keeps the payload's high bits.
+    std::unique_ptr<CSampleFunnel> widen = DplAudio_CreateSampleTypeConverter(6, 7, 1, nullptr);
+    widen->FunnelBuffer(&out64, &signalling, 1);
+    EXPECT_EQ(out64, 0x7FFEBCBA20000000u);
 }
