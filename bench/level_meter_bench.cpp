@@ -29,10 +29,11 @@ std::vector<float> SineBlock(int channels)
     return block;
 }
 
+// Reported as seconds per sample (shown with an "n" prefix for nanoseconds).
 void PerSample(benchmark::State& state, int samples)
 {
-    state.counters["ns_per_sample"] =
-        benchmark::Counter(static_cast<double>(samples) * 1e-9,
+    state.counters["per_sample"] =
+        benchmark::Counter(static_cast<double>(samples),
                            benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 

@@ -42,25 +42,17 @@ public:
     {
         const double y = x * fGain;
         const double v = y < 0.0 ? -y : y;
+        // Selects rather than branches: a signal's peaks come at no steady
+        // rhythm, and a mispredicted jump costs more than the compare.
         if (fCounter < fSamplesPerMs)
         {
             ++fCounter;
-            if (v > fLevel)
-            {
-                fLevel = v;
-            }
+            fLevel = v > fLevel ? v : fLevel;
         }
         else
         {
             fCounter = 0;
-            if (fLevel > v)
-            {
-                fLevel *= fDecay;
-            }
-            else
-            {
-                fLevel = v;
-            }
+            fLevel = fLevel > v ? fLevel * fDecay : v;
         }
         return y;
     }
