@@ -87,6 +87,9 @@ TEST(DRAVAudioFormatCompare, MaskAndFlagDoNotCount)
     EXPECT_STREQ(DRAVMediaTypeString(2), "Data");
     EXPECT_STREQ(DRAVMediaTypeString(3), "[INVALID]");
     EXPECT_STREQ(DRAVMediaTypeString(-1), "[INVALID]");
+    EXPECT_EQ(MapSampleType(kDRAVAudioSampleTypeInt16), 2);
+    EXPECT_EQ(MapSampleType(kDRAVAudioSampleTypeFloat), 6);
+    EXPECT_EQ(MapSampleType(kDRAVAudioSampleTypeUnknown), 0);
 }
 
 TEST(DRAVAudioFormatConfigurationJson, RoundTripAndTextForm)
