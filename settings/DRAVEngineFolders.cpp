@@ -1,0 +1,135 @@
+#include "settings/DRAVEngineFolders.h"
+
+#include "portable-core/DplFile.h"
+
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <cstdlib>
+#include <mutex>
+#include <vector>
+
+namespace
+{
+struct ProductNames
+{
+    std::mutex mutex;
+    std::string shortName = "Tidemix";
+    std::string longName = "Tidemix";
+    std::string compactName = "Tidemix";
+    std::string companyName = "Drovane";
+};
+
+ProductNames& Names()
+{
+    static ProductNames* names = new ProductNames();  // lives through static destruction
+    return *names;
+}
+
+std::string HomeFolder()
+{
+    const char* home = getenv("HOME");
+    if (home != nullptr && home[0] != '\0')
+    {
+        return home;
+    }
+    // No HOME: the account's home folder, if the system knows one.
+    std::vector<char> buffer(16384);
+    passwd entry = {};
+    passwd* found = nullptr;
+    if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found != nullptr &&
+        found->pw_dir != nullptr)
+    {
+        return found->pw_dir;
+    }
+    return std::string();
+}
+
+// Adds a component and, with create, makes it when it is missing.
+std::string AddLevel(const std::string& folder, const std::string& component, bool create)
+{
+    std::string path = DplFile_AddPathComponent(folder, component);
+    if (create && !DplFile_FolderExists(path))
+    {
+        mkdir(path.c_str(), 0777);
+    }
+    return path;
+}
+}  // namespace
+
+void DRAVSetProductNames(const char* shortName, const char* longName, const char* compactName)
+{
+    ProductNames& names = Names();
+    std::lock_guard<std::mutex> guard(names.mutex);
+    if (shortName != nullptr && shortName[0] != '\0')
+    {
+        names.shortName = shortName;
+    }
+    if (longName != nullptr && longName[0] != '\0')
+    {
+        names.longName = longName;
+    }
+    if (compactName != nullptr && compactName[0] != '\0')
+    {
+        names.compactName = compactName;
+    }
+}
+
+std::string GetCompanyName(bool)
+{
+    ProductNames& names = Names();
+    std::lock_guard<std::mutex> guard(names.mutex);
+    return names.companyName;
+}
+
+std::string GetProductName(bool shortName)
+{
+    ProductNames& names = Names();
+    std::lock_guard<std::mutex> guard(names.mutex);
+    return shortName ? names.shortName : names.longName;
+}
+
+std::string GetProductCompactName()
+{
+    ProductNames& names = Names();
+    std::lock_guard<std::mutex> guard(names.mutex);
+    return names.compactName;
+}
+
+std::string DRAVGetAppDataDirectory(bool create)
+{
+    // The XDG configuration home: $XDG_CONFIG_HOME when it is an absolute
+    // path, else ~/.config; then the company and the product.
+    std::string base;
+    const char* config = getenv("XDG_CONFIG_HOME");
+    if (config != nullptr && config[0] == '/')
+    {
+        base = config;
+        if (create)
+        {
+            DplFile_CreateFolder(base, true);
+        }
+    }
+    else
+    {
+        const std::string home = HomeFolder();
+        if (home.empty())
+        {
+            return std::string();
+        }
+        base = AddLevel(home, ".config", create);
+    }
+    std::string path = AddLevel(base, GetCompanyName(false), create);
+    return AddLevel(path, GetProductName(false), create);
+}
+
+std::string DRAVGetMovieDirectory(bool create)
+{
+    std::string home = HomeFolder();
+    if (home.empty())
+    {
+        return std::string();
+    }
+    std::string path = AddLevel(home, "Videos", create);
+    return AddLevel(path, GetProductName(false), create);
+}

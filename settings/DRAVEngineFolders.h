@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+
+// The engine's copies of the product and company names, and the folders built from them.
+
+// Replaces the names; an empty or null argument keeps the former one.
+void DRAVSetProductNames(const char* shortName, const char* longName, const char* compactName);
+std::string GetCompanyName(bool shortName);
+std::string GetProductName(bool shortName);
+std::string GetProductCompactName();
+
+// "$XDG_CONFIG_HOME/<company>/<product>" (the configuration home defaults to
+// ~/.config). With create, each missing level is made. Empty when no home
+// folder is known.
+std::string DRAVGetAppDataDirectory(bool create);
+// "$HOME/Videos/<product>", made level by level with create.
+std::string DRAVGetMovieDirectory(bool create);
