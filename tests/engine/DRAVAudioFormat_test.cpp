@@ -105,7 +105,8 @@ TEST(DRAVAudioFormatConfigurationJson, RoundTripAndTextForm)
     EXPECT_NE(text.find("\n    \""), std::string::npos) << "indented by four blanks";
 
     DRAVAudioFormatConfiguration back;
-    ASSERT_TRUE(back.FromJSON(text).Succeeded());
+    DRAVJSONSerializationInterface& record = back;
+    ASSERT_TRUE(record.FromJSON(text).Succeeded());
     EXPECT_TRUE(back.IsSameFormat(config));
     EXPECT_EQ(back.GetChannelMask(), 0x3fu);
 }
