@@ -111,7 +111,8 @@ public:
     void Stop() override { Engine()->StopStream(core_.get()); }
     void SetVolume(float volume) override
     {
-        core_->volume.store(std::isnan(volume) ? 0.0f : std::clamp(volume, 0.0f, 1.0f), std::memory_order_relaxed);
+        core_->volume.store(std::isnan(volume) ? 0.0f : std::clamp(volume, 0.0f, 1.0f),
+                            std::memory_order_relaxed);
     }
     float Volume() const override { return core_->volume.load(std::memory_order_relaxed); }
 
@@ -159,10 +160,10 @@ struct VirtualDevice
 
 // The devices the virtual audio driver publishes.
 constexpr VirtualDevice kVirtualDevices[] = {
-    {"Tidemix System", "DrovaneTidemixCh1"},   {"Tidemix Music", "DrovaneTidemixCh2"},
-    {"Tidemix Browser", "DrovaneTidemixCh3"},  {"Tidemix Voice Chat", "DrovaneTidemixCh4"},
-    {"Tidemix SFX", "DrovaneTidemixCh5"},      {"Tidemix Game", "DrovaneTidemixCh6"},
-    {"Tidemix Aux 1", "DrovaneTidemixCh7"},    {"Tidemix Aux 2", "DrovaneTidemixCh8"},
+    {"Tidemix System", "DrovaneTidemixCh1"},      {"Tidemix Music", "DrovaneTidemixCh2"},
+    {"Tidemix Browser", "DrovaneTidemixCh3"},     {"Tidemix Voice Chat", "DrovaneTidemixCh4"},
+    {"Tidemix SFX", "DrovaneTidemixCh5"},         {"Tidemix Game", "DrovaneTidemixCh6"},
+    {"Tidemix Aux 1", "DrovaneTidemixCh7"},       {"Tidemix Aux 2", "DrovaneTidemixCh8"},
     {"Tidemix Monitor", "DrovaneTidemixMonitor"}, {"Tidemix Stream", "DrovaneTidemixStream"},
 };
 }  // namespace
@@ -372,52 +373,64 @@ bool SimAudioWorld::Reconfigure(uint32_t id, const std::function<bool(DeviceReco
 
 bool SimAudioWorld::SetInputFormat(uint32_t id, const DeviceStreamFormat& format)
 {
-    return Reconfigure(id, [&](DeviceRecord& record) {
-        record.spec.inputFormat = format;
-        return record.input != nullptr;
-    });
+    return Reconfigure(id,
+                       [&](DeviceRecord& record)
+                       {
+                           record.spec.inputFormat = format;
+                           return record.input != nullptr;
+                       });
 }
 
 bool SimAudioWorld::SetOutputFormat(uint32_t id, const DeviceStreamFormat& format)
 {
-    return Reconfigure(id, [&](DeviceRecord& record) {
-        record.spec.outputFormat = format;
-        return record.output != nullptr;
-    });
+    return Reconfigure(id,
+                       [&](DeviceRecord& record)
+                       {
+                           record.spec.outputFormat = format;
+                           return record.output != nullptr;
+                       });
 }
 
 bool SimAudioWorld::SetPacketFrames(uint32_t id, uint32_t frames)
 {
-    return frames > 0 && Reconfigure(id, [&](DeviceRecord& record) {
-               record.spec.packetFrames = frames;
-               return true;
-           });
+    return frames > 0 && Reconfigure(id,
+                                     [&](DeviceRecord& record)
+                                     {
+                                         record.spec.packetFrames = frames;
+                                         return true;
+                                     });
 }
 
 bool SimAudioWorld::SetSkewPpm(uint32_t id, double partsPerMillion)
 {
     // Beyond +-10% a clock is broken, not skewed; it also keeps the rate positive.
     return std::isfinite(partsPerMillion) && std::fabs(partsPerMillion) <= 100000.0 &&
-           Reconfigure(id, [&](DeviceRecord& record) {
-               record.spec.skewPpm = partsPerMillion;
-               return true;
-           });
+           Reconfigure(id,
+                       [&](DeviceRecord& record)
+                       {
+                           record.spec.skewPpm = partsPerMillion;
+                           return true;
+                       });
 }
 
 bool SimAudioWorld::SetSignal(uint32_t id, const SimSignal& signal)
 {
-    return Reconfigure(id, [&](DeviceRecord& record) {
-        record.spec.signal = signal;
-        return true;
-    });
+    return Reconfigure(id,
+                       [&](DeviceRecord& record)
+                       {
+                           record.spec.signal = signal;
+                           return true;
+                       });
 }
 
 bool SimAudioWorld::SetFaults(uint32_t id, const SimDeviceFaults& faults)
 {
-    return Reconfigure(id, [&](DeviceRecord& record) {
-        record.spec.faults = faults;
-        return true;
-    });
+    return Reconfigure(id,
+                       [&](DeviceRecord& record)
+                       {
+                           record.spec.faults = faults;
+                           return true;
+                       });
 }
 
 bool SimAudioWorld::StartRecording(uint32_t id, double maxSeconds)
@@ -426,17 +439,20 @@ bool SimAudioWorld::StartRecording(uint32_t id, double maxSeconds)
     {
         return false;
     }
-    return Reconfigure(id, [&](DeviceRecord& record) {
-        if (!record.output)
-        {
-            return false;
-        }
-        const DeviceStreamFormat& format = record.spec.outputFormat;
-        const auto capacity = static_cast<size_t>(std::ceil(maxSeconds * format.sampleRate));
-        record.recording =
-            std::make_shared<SimRecorder>(format.sampleRate, std::max<uint32_t>(format.channels, 1), capacity);
-        return true;
-    });
+    return Reconfigure(id,
+                       [&](DeviceRecord& record)
+                       {
+                           if (!record.output)
+                           {
+                               return false;
+                           }
+                           const DeviceStreamFormat& format = record.spec.outputFormat;
+                           const auto capacity =
+                               static_cast<size_t>(std::ceil(maxSeconds * format.sampleRate));
+                           record.recording = std::make_shared<SimRecorder>(
+                               format.sampleRate, std::max<uint32_t>(format.channels, 1), capacity);
+                           return true;
+                       });
 }
 
 void SimAudioWorld::StopRecording(uint32_t id)
@@ -548,16 +564,18 @@ void SimAudioWorld::Notify(bool deviceList, bool defaultOutput)
     {
         return;
     }
-    events->dispatch([listeners = listeners_, deviceList, defaultOutput] {
-        if (deviceList)
+    events->dispatch(
+        [listeners = listeners_, deviceList, defaultOutput]
         {
-            listeners->Fire(Listeners::Kind::DeviceList);
-        }
-        if (defaultOutput)
-        {
-            listeners->Fire(Listeners::Kind::DefaultOutput);
-        }
-    });
+            if (deviceList)
+            {
+                listeners->Fire(Listeners::Kind::DeviceList);
+            }
+            if (defaultOutput)
+            {
+                listeners->Fire(Listeners::Kind::DefaultOutput);
+            }
+        });
 }
 
 void SimAudioWorld::FlushNotifications()

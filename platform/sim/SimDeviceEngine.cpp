@@ -24,12 +24,15 @@ std::chrono::steady_clock::time_point ToSteady(int64_t hostNanoseconds)
 
 int16_t ToInt16(float value)
 {
-    const float clamped = std::clamp(value, -1.0f, 1.0f);
-    return static_cast<int16_t>(std::lrintf(clamped * 32767.0f));
+    // Scaled by 32768 both ways, so int16 -> float -> int16 is exact; +1.0
+    // itself clips to 32767.
+    const long scaled = std::lrintf(std::clamp(value, -1.0f, 1.0f) * 32768.0f);
+    return static_cast<int16_t>(std::clamp(scaled, -32768L, 32767L));
 }
 
 // Planar float into the device's layout and sample type.
-void StoreFrames(const DeviceStreamFormat& format, float* const* planar, void* const* buffers, uint32_t frames)
+void StoreFrames(const DeviceStreamFormat& format, float* const* planar, void* const* buffers,
+                 uint32_t frames)
 {
     const uint32_t channels = format.channels;
     for (uint32_t c = 0; c < channels; ++c)
@@ -58,7 +61,8 @@ void StoreFrames(const DeviceStreamFormat& format, float* const* planar, void* c
 }
 
 // Adds the device-layout samples, scaled, to an interleaved float mix.
-void MixFrames(const DeviceStreamFormat& format, void* const* buffers, uint32_t frames, float gain, float* mix)
+void MixFrames(const DeviceStreamFormat& format, void* const* buffers, uint32_t frames, float gain,
+               float* mix)
 {
     const uint32_t channels = format.channels;
     for (uint32_t c = 0; c < channels; ++c)
@@ -250,7 +254,8 @@ uint32_t SimDeviceEngine::NextPacketFrames()
 void SimDeviceEngine::Run()
 {
     char name[16];
-    std::snprintf(name, sizeof name, "sim.%s.%u", direction_ == SimDirection::Input ? "in" : "out", deviceId_);
+    std::snprintf(name, sizeof name, "sim.%s.%u", direction_ == SimDirection::Input ? "in" : "out",
+                  deviceId_);
     DplSetCurrentThreadName(name);
 
     std::unique_lock lock(lock_);
@@ -294,9 +299,9 @@ void SimDeviceEngine::Run()
         const int64_t deadline =
             baseTime + static_cast<int64_t>(std::llround((framesSinceBase + frames) * nanosecondsPerFrame));
         const uint64_t generation = seenGeneration;
-        const bool interrupted = wake_.wait_until(lock, ToSteady(deadline), [&] {
-            return quit_ || activeStreams_ == 0 || generation_ != generation;
-        });
+        const bool interrupted =
+            wake_.wait_until(lock, ToSteady(deadline),
+                             [&] { return quit_ || activeStreams_ == 0 || generation_ != generation; });
         if (interrupted)
         {
             continue;
@@ -374,7 +379,8 @@ void SimDeviceEngine::DeliverPlayback(uint32_t frames, int64_t hostTime, double 
             std::fill(buffer.begin(), buffer.end(), 0.0f);
         }
         core->playback(request);
-        MixFrames(format, devicePointers_.data(), frames, core->volume.load(std::memory_order_relaxed), mix_.data());
+        MixFrames(format, devicePointers_.data(), frames, core->volume.load(std::memory_order_relaxed),
+                  mix_.data());
     }
     if (running_.recorder)
     {

@@ -7,7 +7,10 @@ namespace tidemix::platform::sim
 {
 
 SimRecorder::SimRecorder(uint32_t sampleRate, uint32_t channels, size_t capacityFrames)
-    : sampleRate_(sampleRate), channels_(channels), capacityFrames_(capacityFrames), samples_(capacityFrames * channels)
+    : sampleRate_(sampleRate),
+      channels_(channels),
+      capacityFrames_(capacityFrames),
+      samples_(capacityFrames * channels)
 {
 }
 
@@ -32,7 +35,8 @@ SimSound SimRecorder::Snapshot() const
     sound.sampleRate = sampleRate_;
     sound.channels = channels_;
     const size_t frames = Frames();
-    sound.samples.assign(samples_.begin(), samples_.begin() + static_cast<std::ptrdiff_t>(frames * channels_));
+    sound.samples.assign(samples_.begin(),
+                         samples_.begin() + static_cast<std::ptrdiff_t>(frames * channels_));
     return sound;
 }
 

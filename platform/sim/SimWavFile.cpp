@@ -24,8 +24,8 @@ uint16_t ReadU16(const uint8_t* p)
 
 uint32_t ReadU32(const uint8_t* p)
 {
-    return static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) | (static_cast<uint32_t>(p[2]) << 16) |
-           (static_cast<uint32_t>(p[3]) << 24);
+    return static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) |
+           (static_cast<uint32_t>(p[2]) << 16) | (static_cast<uint32_t>(p[3]) << 24);
 }
 
 void PutU16(std::vector<uint8_t>& out, uint16_t v)
@@ -49,14 +49,17 @@ void PutTag(std::vector<uint8_t>& out, const char* tag)
 
 int16_t FloatToInt16(float value)
 {
-    const float clamped = std::clamp(value, -1.0f, 1.0f);
-    return static_cast<int16_t>(std::lrintf(clamped * 32767.0f));
+    // Scaled by 32768 both ways, so int16 -> float -> int16 is exact; +1.0
+    // itself clips to 32767.
+    const long scaled = std::lrintf(std::clamp(value, -1.0f, 1.0f) * 32768.0f);
+    return static_cast<int16_t>(std::clamp(scaled, -32768L, 32767L));
 }
 }  // namespace
 
 DRAVResult SimWavFile::Parse(const std::vector<uint8_t>& bytes, SimSound& sound)
 {
-    if (bytes.size() < 12 || std::memcmp(bytes.data(), "RIFF", 4) != 0 || std::memcmp(bytes.data() + 8, "WAVE", 4) != 0)
+    if (bytes.size() < 12 || std::memcmp(bytes.data(), "RIFF", 4) != 0 ||
+        std::memcmp(bytes.data() + 8, "WAVE", 4) != 0)
     {
         return DRAVResult(kDRAVResultErrInvalidFormat, "not a RIFF WAVE file");
     }
@@ -193,8 +196,8 @@ DRAVResult SimWavFile::Write(const std::string& path, const SimSound& sound, Sam
 {
     if (sound.channels == 0 || sound.samples.size() % sound.channels != 0)
     {
-        return DRAVResult(kDRAVResultErrInvalidParameter, "sound with %u channels and %zu samples", sound.channels,
-                          sound.samples.size());
+        return DRAVResult(kDRAVResultErrInvalidParameter, "sound with %u channels and %zu samples",
+                          sound.channels, sound.samples.size());
     }
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     if (!out)
@@ -203,7 +206,8 @@ DRAVResult SimWavFile::Write(const std::string& path, const SimSound& sound, Sam
     }
     const std::vector<uint8_t> bytes = Encode(sound, encoding);
     out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    return out ? DRAVResult(kDRAVResultOk) : DRAVResult(kDRAVResultErrCouldNotOpenFile, "cannot write %s", path.c_str());
+    return out ? DRAVResult(kDRAVResultOk)
+               : DRAVResult(kDRAVResultErrCouldNotOpenFile, "cannot write %s", path.c_str());
 }
 
 }  // namespace tidemix::platform::sim
