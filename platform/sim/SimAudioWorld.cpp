@@ -231,17 +231,24 @@ SimAudioWorld::~SimAudioWorld()
     events_.reset();
 }
 
+std::shared_ptr<SimLoopback> SimAudioWorld::MakeLoopback(const DeviceStreamFormat& format)
+{
+    // A second of room; the reader keeps the delay to a quarter of it.
+    return std::make_shared<SimLoopback>(format.channels, std::max<uint32_t>(format.sampleRate, 1));
+}
+
 SimEngineConfig SimAudioWorld::MakeConfig(const DeviceRecord& record, SimDirection direction) const
 {
     SimEngineConfig config;
     config.format = direction == SimDirection::Input ? record.spec.inputFormat : record.spec.outputFormat;
     config.packetFrames = record.spec.packetFrames;
     config.skewPpm = record.spec.skewPpm;
-    config.signal = record.spec.signal;
+    config.signal = record.loopback ? SimSignal::FromLoopback(record.loopback) : record.spec.signal;
     config.faults = record.spec.faults;
     if (direction == SimDirection::Output)
     {
         config.recorder = record.recording;
+        config.loopback = record.loopback;
     }
     return config;
 }
@@ -267,6 +274,10 @@ uint32_t SimAudioWorld::AddDevice(SimDeviceSpec spec)
         info.usb = record.spec.usb;
         info.inputFormat = record.spec.inputFormat;
         info.outputFormat = record.spec.outputFormat;
+        if (record.spec.loopback && info.inputStreams > 0 && info.outputStreams > 0)
+        {
+            record.loopback = MakeLoopback(record.spec.outputFormat);
+        }
         if (info.inputStreams > 0)
         {
             record.input = std::make_shared<SimDeviceEngine>(id, SimDirection::Input,
@@ -387,6 +398,10 @@ bool SimAudioWorld::SetOutputFormat(uint32_t id, const DeviceStreamFormat& forma
                        [&](DeviceRecord& record)
                        {
                            record.spec.outputFormat = format;
+                           if (record.loopback)
+                           {
+                               record.loopback = MakeLoopback(format);
+                           }
                            return record.output != nullptr;
                        });
 }
@@ -492,6 +507,7 @@ std::vector<uint32_t> SimAudioWorld::PublishVirtualDevices()
     {
         SimDeviceSpec spec = SimDeviceSpec::Duplex(device.uid, device.name);
         spec.transport = AudioTransport::Virtual;
+        spec.loopback = true;
         ids.push_back(AddDevice(std::move(spec)));
     }
     return ids;

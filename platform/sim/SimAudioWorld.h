@@ -66,8 +66,9 @@ public:
     DRAVResult SaveRecording(uint32_t id, const std::string& path, SampleEncoding encoding);
 
     // Publishes the devices of the virtual audio driver: its eight channels,
-    // "Tidemix Monitor" and "Tidemix Stream", each with both directions and
-    // the virtual transport. Returns their ids in that order.
+    // "Tidemix Monitor" and "Tidemix Stream", each with both directions, the
+    // virtual transport and a loopback from output to input. Returns their
+    // ids in that order.
     std::vector<uint32_t> PublishVirtualDevices();
 
     // Rounds of callbacks a direction of the device delivered; 0 when unknown.
@@ -85,8 +86,10 @@ private:
         std::shared_ptr<SimDeviceEngine> input;
         std::shared_ptr<SimDeviceEngine> output;
         std::shared_ptr<SimRecorder> recording;
+        std::shared_ptr<SimLoopback> loopback;
     };
 
+    static std::shared_ptr<SimLoopback> MakeLoopback(const DeviceStreamFormat& format);
     SimEngineConfig MakeConfig(const DeviceRecord& record, SimDirection direction) const;
     bool Reconfigure(uint32_t id, const std::function<bool(DeviceRecord&)>& change);
     std::shared_ptr<SimDeviceEngine> PlaybackEngine(uint32_t deviceId);

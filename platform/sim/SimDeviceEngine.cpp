@@ -386,6 +386,10 @@ void SimDeviceEngine::DeliverPlayback(uint32_t frames, int64_t hostTime, double 
     {
         running_.recorder->Append(mix_.data(), frames);
     }
+    if (running_.loopback && running_.loopback->Channels() == format.channels)
+    {
+        running_.loopback->Write(mix_.data(), frames);
+    }
     packets_.fetch_add(1, std::memory_order_release);
     frames_.fetch_add(frames, std::memory_order_release);
 }

@@ -34,6 +34,8 @@ struct SimEngineConfig
     SimSignal signal;
     SimDeviceFaults faults;
     std::shared_ptr<SimRecorder> recorder;
+    // Output side of a loopback device: where the mix goes besides the speakers.
+    std::shared_ptr<SimLoopback> loopback;
 };
 
 // One open stream as the device thread sees it.

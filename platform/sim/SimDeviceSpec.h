@@ -43,6 +43,9 @@ struct SimDeviceSpec
     double skewPpm = 0.0;
     SimSignal signal;
     SimDeviceFaults faults;
+    // The input hears what the output plays, instead of the signal: the
+    // virtual driver's devices work so.
+    bool loopback = false;
 
     // Shorthands for the common shapes.
     static SimDeviceSpec Microphone(std::string uid, std::string name, DeviceStreamFormat format = {});

@@ -37,6 +37,14 @@ SimSignal SimSignal::FromSound(SimSound sound)
     return signal;
 }
 
+SimSignal SimSignal::FromLoopback(std::shared_ptr<SimLoopback> loopback)
+{
+    SimSignal signal;
+    signal.kind = loopback ? Kind::Loopback : Kind::Silence;
+    signal.loopback = std::move(loopback);
+    return signal;
+}
+
 DRAVResult SimSignal::FromWavFile(const std::string& path, SimSignal& signal)
 {
     SimSound sound;
@@ -114,6 +122,9 @@ void SimSignalGenerator::Render(float* const* channels, uint32_t frames)
                     channels[c][i] = static_cast<float>((unit * 2.0 - 1.0) * signal_.noiseLevel);
                 }
             }
+            break;
+        case SimSignal::Kind::Loopback:
+            signal_.loopback->Read(channels, channels_, frames);
             break;
         case SimSignal::Kind::Sound:
         {

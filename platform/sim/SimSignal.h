@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/sim/SimLoopback.h"
 #include "platform/sim/SimWavFile.h"
 #include "portable-core/DRAVResult.h"
 
@@ -28,6 +29,8 @@ struct SimSignal
         Sine,
         Noise,
         Sound,
+        // What the same device's output plays (a virtual device's loopback).
+        Loopback,
     };
 
     Kind kind = Kind::Silence;
@@ -39,12 +42,14 @@ struct SimSignal
     // Sound: played in a loop at the device's rate; channels past the
     // sound's repeat its last channel.
     std::shared_ptr<const SimSound> sound;
+    std::shared_ptr<SimLoopback> loopback;
 
     static SimSignal Silence() { return {}; }
     static SimSignal Sine(double frequency, double level);
     static SimSignal Sines(std::vector<SimTone> perChannel);
     static SimSignal Noise(uint64_t seed, double level);
     static SimSignal FromSound(SimSound sound);
+    static SimSignal FromLoopback(std::shared_ptr<SimLoopback> loopback);
     // Reads a WAV file; on failure the signal is silence and the result says why.
     static DRAVResult FromWavFile(const std::string& path, SimSignal& signal);
 };
