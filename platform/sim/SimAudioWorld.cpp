@@ -152,6 +152,17 @@ private:
     std::weak_ptr<Resolver> resolver_;
 };
 
+// Beyond these a format or packet size is a mistake of the test, not a device.
+constexpr uint32_t kMaxPacketFrames = 65536;
+constexpr uint32_t kMaxChannels = 64;
+constexpr uint32_t kMaxSampleRate = 768000;
+
+bool IsUsableFormat(const DeviceStreamFormat& format)
+{
+    return format.channels >= 1 && format.channels <= kMaxChannels && format.sampleRate >= 1 &&
+           format.sampleRate <= kMaxSampleRate;
+}
+
 struct VirtualDevice
 {
     const char* name;
@@ -262,6 +273,16 @@ uint32_t SimAudioWorld::AddDevice(SimDeviceSpec spec)
         id = nextId_++;
         DeviceRecord record;
         record.spec = std::move(spec);
+        // Keep what the device threads size their buffers by within reason.
+        record.spec.packetFrames = std::clamp<uint32_t>(record.spec.packetFrames, 1, kMaxPacketFrames);
+        if (!IsUsableFormat(record.spec.inputFormat))
+        {
+            record.spec.inputFormat = DeviceStreamFormat{};
+        }
+        if (!IsUsableFormat(record.spec.outputFormat))
+        {
+            record.spec.outputFormat = DeviceStreamFormat{};
+        }
         AudioDeviceInfo& info = record.info;
         info.id = id;
         info.uid = record.spec.uid;
@@ -387,8 +408,12 @@ bool SimAudioWorld::SetInputFormat(uint32_t id, const DeviceStreamFormat& format
     return Reconfigure(id,
                        [&](DeviceRecord& record)
                        {
+                           if (!record.input || !IsUsableFormat(format))
+                           {
+                               return false;
+                           }
                            record.spec.inputFormat = format;
-                           return record.input != nullptr;
+                           return true;
                        });
 }
 
@@ -397,23 +422,28 @@ bool SimAudioWorld::SetOutputFormat(uint32_t id, const DeviceStreamFormat& forma
     return Reconfigure(id,
                        [&](DeviceRecord& record)
                        {
+                           if (!record.output || !IsUsableFormat(format))
+                           {
+                               return false;
+                           }
                            record.spec.outputFormat = format;
                            if (record.loopback)
                            {
                                record.loopback = MakeLoopback(format);
                            }
-                           return record.output != nullptr;
+                           return true;
                        });
 }
 
 bool SimAudioWorld::SetPacketFrames(uint32_t id, uint32_t frames)
 {
-    return frames > 0 && Reconfigure(id,
-                                     [&](DeviceRecord& record)
-                                     {
-                                         record.spec.packetFrames = frames;
-                                         return true;
-                                     });
+    return frames > 0 && frames <= kMaxPacketFrames &&
+           Reconfigure(id,
+                       [&](DeviceRecord& record)
+                       {
+                           record.spec.packetFrames = frames;
+                           return true;
+                       });
 }
 
 bool SimAudioWorld::SetSkewPpm(uint32_t id, double partsPerMillion)

@@ -49,7 +49,10 @@ public:
     bool SetDefaultOutput(uint32_t id);
 
     // Changes that reach running streams before their next packet. False for
-    // an unknown id or a direction the device lacks.
+    // an unknown id, a direction the device lacks, a format of 0 or more than
+    // 64 channels or a rate above 768 kHz, or a packet size above 65536
+    // frames. AddDevice replaces such formats by the default and clamps the
+    // packet size.
     bool SetInputFormat(uint32_t id, const DeviceStreamFormat& format);
     bool SetOutputFormat(uint32_t id, const DeviceStreamFormat& format);
     bool SetPacketFrames(uint32_t id, uint32_t frames);

@@ -704,3 +704,39 @@ TEST(SimAudioWorld, VirtualDevicesLoopWhatIsPlayedBackToTheirInput)
 }
 
 }  // namespace tidemix::platform::sim
+
+namespace tidemix::platform::sim
+{
+
+TEST(SimAudioWorld, UnusableFormatsAndSizesAreRefused)
+{
+    SimAudioWorld world;
+    SimDeviceSpec spec = SimDeviceSpec::Microphone("m", "Mic", {48000, 0, SampleEncoding::Float32, true});
+    spec.packetFrames = 0;
+    const uint32_t id = world.AddDevice(spec);
+    EXPECT_EQ(world.Device(id)->inputFormat, DeviceStreamFormat{});
+    EXPECT_FALSE(world.SetInputFormat(id, {0, 2, SampleEncoding::Float32, true}));
+    EXPECT_FALSE(world.SetInputFormat(id, {48000, 65, SampleEncoding::Float32, true}));
+    EXPECT_FALSE(world.SetPacketFrames(id, 0));
+    EXPECT_FALSE(world.SetPacketFrames(id, 1u << 20));
+    EXPECT_FALSE(world.SetSkewPpm(id, 1e9));
+    EXPECT_FALSE(world.StartRecording(id, 1.0));  // no output
+    EXPECT_TRUE(world.SetInputFormat(id, {8000, 4, SampleEncoding::Int16, false}));
+    EXPECT_EQ(world.Device(id)->inputFormat, (DeviceStreamFormat{8000, 4, SampleEncoding::Int16, false}));
+    EXPECT_FALSE(world.SetInputFormat(9999, {}));
+    // A clamped packet size of 1 frame still runs.
+    std::atomic<int> calls{0};
+    auto stream = world.OpenCapture(id,
+                                    [&](const CapturePacket& p)
+                                    {
+                                        if (p.frames == 1 && p.bufferCount == 4)
+                                        {
+                                            calls.fetch_add(1);
+                                        }
+                                    });
+    ASSERT_TRUE(stream->Start().Succeeded());
+    EXPECT_TRUE(WaitFor([&] { return calls.load() >= 10; }));
+    stream->Stop();
+}
+
+}  // namespace tidemix::platform::sim
