@@ -16,7 +16,7 @@ namespace
 thread_local uint64_t tAllocations = 0;
 }  // namespace
 
-void* operator new(std::size_t size)
+__attribute__((noinline)) void* operator new(std::size_t size)
 {
     ++tAllocations;
     if (void* p = std::malloc(size == 0 ? 1 : size))
@@ -26,12 +26,14 @@ void* operator new(std::size_t size)
     throw std::bad_alloc();
 }
 
-void operator delete(void* p) noexcept
+// Not inlined: the compiler would then see free() on a pointer from
+// operator new and warn about a mismatch that isn't one.
+__attribute__((noinline)) void operator delete(void* p) noexcept
 {
     std::free(p);
 }
 
-void operator delete(void* p, std::size_t) noexcept
+__attribute__((noinline)) void operator delete(void* p, std::size_t) noexcept
 {
     std::free(p);
 }
