@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "portable-core/BreakIntoDebugger.h"
+
 namespace DRMX_Settings
 {
 
@@ -24,6 +26,7 @@ DRAVResult DRMXMixerConfiguration::ValidateInputs() const
     {
         if (!DRMXInputSelector::EqualsMixerTypeUnspecifically(mixerInputsLocal[i], mixerInputsStream[i]))
         {
+            BreakIntoDebugger();
             return DRAVResult(kDRAVResultErrInvalidState, "inputs at %zu differ between the mixers", i);
         }
     }

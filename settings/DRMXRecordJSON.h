@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "portable-core/BreakIntoDebugger.h"
 #include "portable-core/DRAVResult.h"
 #include "settings/DPLJSONUtils.h"
 
@@ -31,6 +32,7 @@ DRAVResult RecordFromJSONObject(const nlohmann::json& value, Record& target)
     }
     catch (const nlohmann::detail::exception& error)
     {
+        BreakIntoDebugger();
         return DRAVResult(kDRAVResultErrInvalidParameter, "%s", error.what());
     }
 }
@@ -42,6 +44,7 @@ DRAVResult RecordFromJSONText(const std::string& text, Record& target)
     DRAVResult parsed = DPLJSONUtils::Parse(text, value);
     if (!parsed.Succeeded())
     {
+        BreakIntoDebugger();
         return parsed;
     }
     return RecordFromJSONObject(value, target);

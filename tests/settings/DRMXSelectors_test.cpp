@@ -7,6 +7,7 @@
 #include <regex>
 #include <string>
 
+#include "portable-core/BreakIntoDebugger.h"
 #include "settings/DRMXApplicationSettings.h"
 #include "settings/DRMXInputSelector.h"
 #include "settings/DRMXMicrophoneSettings.h"
@@ -131,7 +132,9 @@ TEST(DRMXInputSelector, ReadingIsTolerantExceptForTheType)
 {
     DRMXInputSelector input = FullInput();
     const std::string before = input.ToJSON();
+    const uint64_t breaks = BreakIntoDebugger_GetCallCount();
     EXPECT_EQ(input.FromJSON(R"({"inputName":"X"})").GetCode(), kDRAVResultErrInvalidParameter);
+    EXPECT_EQ(BreakIntoDebugger_GetCallCount(), breaks + 1);
     EXPECT_EQ(input.FromJSON(R"({"inputType":"4"})").GetCode(), kDRAVResultErrInvalidParameter);
     EXPECT_EQ(input.FromJSON(R"([{"inputType":4}])").GetCode(), kDRAVResultErrInvalidParameter);
     EXPECT_EQ(input.ToJSON(), before);
@@ -592,7 +595,9 @@ TEST(DRMXMixerConfiguration, ValidateInputs)
     EXPECT_TRUE(config.ValidateInputs().Succeeded());
 
     config.mixerInputsStream[0].SetName("Changed");
+    const uint64_t breaks = BreakIntoDebugger_GetCallCount();
     EXPECT_EQ(config.ValidateInputs().GetCode(), kDRAVResultErrInvalidState);
+    EXPECT_EQ(BreakIntoDebugger_GetCallCount(), breaks + 1);
 
     DRMXOutputSelector output;
     output.SetHardwareId("out");
