@@ -13,6 +13,7 @@
 #include "engine/DRAVUnitState.h"
 #include "portable-core/CDplThreadMutex.h"
 #include "portable-core/DRAVObject.h"
+#include "portable-core/DRAVPropertyNames.h"
 
 // One processing element of the engine, with input and output pins, child
 // units and an owner. A unit must be held by a shared_ptr before Init.
