@@ -175,6 +175,8 @@ DRAVResult DRAVSourceAudioTestGenerator::CreateNewAudioBuffer(const DRAVTimestam
                 {
                     pitch = pitch * (toneStep_ * 5 + 10) / 10;
                 }
+                // The phase advances by pi times the pitch per second: the tone
+                // sounds an octave below the pitch, starting from its trough.
                 const float product = static_cast<float>(pitch) * static_cast<float>(counter);
                 const double phase = static_cast<double>(product) / static_cast<double>(rate) * kPi - kPi / 2.0;
                 samples[index * channels + channel] = static_cast<float>(std::sin(phase) * amplitude);
