@@ -12,7 +12,8 @@ KVCMap* DRAVSink::GetMyObjectProperties()
 {
     static KVCMap* const sClassProperties =
         KVCMapBuilder<DRAVSink>(DRAVUnit::GetMyObjectProperties())
-            .Int(kPropertyAudioBufferSizeMs, &DRAVSink::SetAudioBufferSizeMsec, &DRAVSink::GetAudioBufferSizeMsec)
+            .Int(kPropertyAudioBufferSizeMs, &DRAVSink::SetAudioBufferSizeMsec,
+                 &DRAVSink::GetAudioBufferSizeMsec)
             .Build();
     return sClassProperties;
 }

@@ -35,7 +35,8 @@ const char* DRAVSourceTypeToString(DRAVSourceType type)
 }
 
 DRAVSource::DRAVSource(const std::string& name, KVCMap* propertyMap, DRAVSourceConfig config, int outputPins)
-    : DRAVUnit(name, propertyMap != nullptr ? propertyMap : DRAVSource::GetMyObjectProperties(), 0, outputPins),
+    : DRAVUnit(name, propertyMap != nullptr ? propertyMap : DRAVSource::GetMyObjectProperties(), 0,
+               outputPins),
       config_(config)
 {
 }
@@ -165,7 +166,8 @@ DRAVResult DRAVSource::PullAudioFrame(const DRAVTimestamp&, std::shared_ptr<DRAV
     return DRAVResult(kDRAVResultErrNoData);
 }
 
-DRAVResult DRAVSource::MediaBufferReceived(std::shared_ptr<DRAVObject>, std::shared_ptr<DRAVMediaBuffer> frame)
+DRAVResult DRAVSource::MediaBufferReceived(std::shared_ptr<DRAVObject>,
+                                           std::shared_ptr<DRAVMediaBuffer> frame)
 {
     if (GetUnitState() != kDRAVUnitStateRunning)
     {

@@ -58,8 +58,8 @@ public:
     DRAVResult RequestAudioFrame(const DRAVTimestamp& time, const DRAVDuration& duration, int pin) override;
     DRAVResult PullAudioFrame(const DRAVTimestamp& time, std::shared_ptr<DRAVAudioBuffer>* out,
                               const DRAVDuration& duration, int pin) override;
-    DRAVResult PullAudioFrame(const DRAVTimestamp& time, std::shared_ptr<DRAVAudioBuffer>* out, int64_t frames,
-                              int pin) override;
+    DRAVResult PullAudioFrame(const DRAVTimestamp& time, std::shared_ptr<DRAVAudioBuffer>* out,
+                              int64_t frames, int pin) override;
 
     // Frames of the source's own child filters come back here and go out.
     DRAVResult MediaBufferReceived(std::shared_ptr<DRAVObject> sender,

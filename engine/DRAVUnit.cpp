@@ -464,15 +464,18 @@ DRAVResult DRAVUnit::ReinitAsync()
         std::lock_guard<std::mutex> lock(Pending().mutex);
         ++Pending().count;
     }
-    std::thread([unit = std::move(self)]() mutable {
-        DplSetCurrentThreadName("DRAVUnit Reinit");
-        unit->Reinit();
-        // The unit may end here, on this thread, before the count says done.
-        unit.reset();
-        std::lock_guard<std::mutex> lock(Pending().mutex);
-        --Pending().count;
-        Pending().finished.notify_all();
-    }).detach();
+    std::thread(
+        [unit = std::move(self)]() mutable
+        {
+            DplSetCurrentThreadName("DRAVUnit Reinit");
+            unit->Reinit();
+            // The unit may end here, on this thread, before the count says done.
+            unit.reset();
+            std::lock_guard<std::mutex> lock(Pending().mutex);
+            --Pending().count;
+            Pending().finished.notify_all();
+        })
+        .detach();
     return DRAVResult(kDRAVResultOk);
 }
 
@@ -497,7 +500,8 @@ DRAVResult DRAVUnit::ProcessFrame(int pin, std::shared_ptr<DRAVMediaBuffer> fram
     return output->SendFrame(std::move(frame));
 }
 
-DRAVResult DRAVUnit::InputMediaBufferReceived(std::shared_ptr<DRAVUnitInputPin>, int, std::shared_ptr<DRAVMediaBuffer>)
+DRAVResult DRAVUnit::InputMediaBufferReceived(std::shared_ptr<DRAVUnitInputPin>, int,
+                                              std::shared_ptr<DRAVMediaBuffer>)
 {
     return DRAVResult(kDRAVResultErrNotImplemented);
 }
@@ -536,7 +540,8 @@ bool DRAVUnit::HasChild(const std::string& objectId)
 {
     CDplScopedLock lock(childrenMutex_);
     return std::any_of(children_.begin(), children_.end(),
-                       [&](const std::shared_ptr<DRAVUnit>& child) { return child->GetObjectID() == objectId; });
+                       [&](const std::shared_ptr<DRAVUnit>& child)
+                       { return child->GetObjectID() == objectId; });
 }
 
 std::vector<std::shared_ptr<DRAVUnit>> DRAVUnit::GetChildren()

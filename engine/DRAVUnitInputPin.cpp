@@ -7,7 +7,8 @@ DRAVUnitInputPin::DRAVUnitInputPin(int32_t number, const std::shared_ptr<DRAVUni
 {
 }
 
-DRAVResult DRAVUnitInputPin::MediaBufferReceived(std::shared_ptr<DRAVObject>, std::shared_ptr<DRAVMediaBuffer> frame)
+DRAVResult DRAVUnitInputPin::MediaBufferReceived(std::shared_ptr<DRAVObject>,
+                                                 std::shared_ptr<DRAVMediaBuffer> frame)
 {
     // Held for the call: the unit may be let go of by another thread meanwhile.
     std::shared_ptr<DRAVUnit> unit = GetUnit();

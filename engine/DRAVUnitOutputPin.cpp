@@ -11,12 +11,14 @@ DRAVUnitOutputPin::DRAVUnitOutputPin(int32_t number, const std::shared_ptr<DRAVU
 {
 }
 
-DRAVResult DRAVUnitOutputPin::MediaBufferReceived(std::shared_ptr<DRAVObject>, std::shared_ptr<DRAVMediaBuffer> frame)
+DRAVResult DRAVUnitOutputPin::MediaBufferReceived(std::shared_ptr<DRAVObject>,
+                                                  std::shared_ptr<DRAVMediaBuffer> frame)
 {
     const DRAVPinType type = GetPinType();
     // A threaded output pin's worker brings its frames here too; handing them
     // back to the queue would circle for ever, so they go to the receivers.
-    if (type == kDRAVPinTypePassthrough || type == kDRAVPinTypeThreaded || type == kDRAVPinTypeThreadedBlocking)
+    if (type == kDRAVPinTypePassthrough || type == kDRAVPinTypeThreaded ||
+        type == kDRAVPinTypeThreadedBlocking)
     {
         return DeliverToReceivers(frame);
     }
@@ -72,10 +74,12 @@ DRAVResult DRAVUnitOutputPin::AddReceiver(const std::shared_ptr<DRAVMediaBufferD
 DRAVResult DRAVUnitOutputPin::RemoveReceiver(const std::shared_ptr<DRAVMediaBufferDelegate>& receiver)
 {
     CDplScopedLock lock(receiversMutex_);
-    std::erase_if(receivers_, [&](const std::weak_ptr<DRAVMediaBufferDelegate>& entry) {
-        std::shared_ptr<DRAVMediaBufferDelegate> alive = entry.lock();
-        return !alive || alive == receiver;
-    });
+    std::erase_if(receivers_,
+                  [&](const std::weak_ptr<DRAVMediaBufferDelegate>& entry)
+                  {
+                      std::shared_ptr<DRAVMediaBufferDelegate> alive = entry.lock();
+                      return !alive || alive == receiver;
+                  });
     return DRAVResult(kDRAVResultOk);
 }
 

@@ -71,7 +71,8 @@ std::shared_ptr<DRAVQueueInterface> DRAVUnitPin::CreateQueue(DRAVPinType type, c
     return std::make_shared<DRAVThreadedBufferQueue>(name, mode, kQueueMaxItems, kQueueMaxTotalSize);
 }
 
-DRAVUnitPin::DRAVUnitPin(int32_t number, const std::shared_ptr<DRAVUnit>& unit, DRAVPinType type, bool isInput)
+DRAVUnitPin::DRAVUnitPin(int32_t number, const std::shared_ptr<DRAVUnit>& unit, DRAVPinType type,
+                         bool isInput)
     : DRAVObject(std::string(), nullptr), type_(type), unit_(unit), number_(number), isInput_(isInput)
 {
     SetFriendlyName(MakePinName());
@@ -139,8 +140,8 @@ DRAVResult DRAVUnitPin::Init()
     }
     if (!queue)
     {
-        return DRAVResult(kDRAVResultErrNullPointer, "Pin <%s> of type %s has no queue", GetFriendlyName().c_str(),
-                          DRAVPinTypeString(type));
+        return DRAVResult(kDRAVResultErrNullPointer, "Pin <%s> of type %s has no queue",
+                          GetFriendlyName().c_str(), DRAVPinTypeString(type));
     }
     if (type == kDRAVPinTypePullRingBuffer)
     {
@@ -210,7 +211,8 @@ DRAVResult DRAVUnitPin::SendFrame(std::shared_ptr<DRAVMediaBuffer> frame)
     return queue->AddBuffer(std::move(frame));
 }
 
-DRAVResult DRAVUnitPin::PullBuffer(const DRAVTimestamp& time, std::shared_ptr<DRAVMediaBuffer>* out, bool remove)
+DRAVResult DRAVUnitPin::PullBuffer(const DRAVTimestamp& time, std::shared_ptr<DRAVMediaBuffer>* out,
+                                   bool remove)
 {
     DRAVPinType type;
     std::shared_ptr<DRAVQueueInterface> queue;

@@ -45,7 +45,8 @@ public:
     virtual DRAVResult Init();
     // Stops and releases the queue's work, then clears the statistics.
     virtual DRAVResult Deinit();
-    virtual DRAVResult PullBuffer(const DRAVTimestamp& time, std::shared_ptr<DRAVMediaBuffer>* out, bool remove);
+    virtual DRAVResult PullBuffer(const DRAVTimestamp& time, std::shared_ptr<DRAVMediaBuffer>* out,
+                                  bool remove);
     virtual DRAVResult PullAudioBuffer(const DRAVTimestamp& time, std::shared_ptr<DRAVAudioBuffer>* out,
                                        const DRAVDuration& duration);
     virtual DRAVResult PullAudioBuffer(const DRAVTimestamp& time, std::shared_ptr<DRAVAudioBuffer>* out,

@@ -22,7 +22,8 @@ void DRAVUnitPinStatistics::AnalyzeFrame(const std::shared_ptr<DRAVMediaBuffer>&
             {
                 ++discontinuities;
                 // The sum reads -1 until there is a first gap.
-                discontinuitySum = discontinuities == 1 ? DRAVDuration(gap) : discontinuitySum + DRAVDuration(gap);
+                discontinuitySum =
+                    discontinuities == 1 ? DRAVDuration(gap) : discontinuitySum + DRAVDuration(gap);
             }
         }
         nextExpectedTimestamp = timestamp + duration;
@@ -45,7 +46,8 @@ void DRAVUnitPinStatistics::Reset()
 std::string DRAVUnitPinStatistics::ToString() const
 {
     char text[256];
-    std::snprintf(text, sizeof(text), "frames %lld, bytes %lld, discontinuities %lld (sum %lld us), last %lld",
+    std::snprintf(text, sizeof(text),
+                  "frames %lld, bytes %lld, discontinuities %lld (sum %lld us), last %lld",
                   static_cast<long long>(frames), static_cast<long long>(bytes),
                   static_cast<long long>(discontinuities), static_cast<long long>(discontinuitySum.Get()),
                   static_cast<long long>(lastTimestamp.Get()));

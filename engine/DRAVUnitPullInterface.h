@@ -14,7 +14,8 @@ class DRAVUnitPullInterface
 {
 public:
     virtual ~DRAVUnitPullInterface() = default;
-    virtual DRAVResult RequestAudioFrame(const DRAVTimestamp& time, const DRAVDuration& duration, int pin) = 0;
+    virtual DRAVResult RequestAudioFrame(const DRAVTimestamp& time, const DRAVDuration& duration,
+                                         int pin) = 0;
     virtual DRAVResult PullAudioFrame(const DRAVTimestamp& time, std::shared_ptr<DRAVAudioBuffer>* out,
                                       const DRAVDuration& duration, int pin) = 0;
     virtual DRAVResult PullAudioFrame(const DRAVTimestamp& time, std::shared_ptr<DRAVAudioBuffer>* out,

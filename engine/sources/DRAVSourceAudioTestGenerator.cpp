@@ -15,7 +15,8 @@ std::atomic<int64_t> gSampleCounter{0};
 }  // namespace
 
 DRAVSourceAudioTestGenerator::DRAVSourceAudioTestGenerator(DRAVSourceConfig config)
-    : DRAVSource("DRAVSourceAudioTestGenerator", DRAVSourceAudioTestGenerator::GetMyObjectProperties(), config, 1)
+    : DRAVSource("DRAVSourceAudioTestGenerator", DRAVSourceAudioTestGenerator::GetMyObjectProperties(),
+                 config, 1)
 {
 }
 
@@ -57,8 +58,8 @@ DRAVResult DRAVSourceAudioTestGenerator::InitSource(DRAVPinType outputPinType)
     return result;
 }
 
-DRAVResult DRAVSourceAudioTestGenerator::RequestAudioFrame(const DRAVTimestamp& time, const DRAVDuration& duration,
-                                                           int)
+DRAVResult DRAVSourceAudioTestGenerator::RequestAudioFrame(const DRAVTimestamp& time,
+                                                           const DRAVDuration& duration, int)
 {
     if (!IsUnitInitialized())
     {
@@ -178,7 +179,8 @@ DRAVResult DRAVSourceAudioTestGenerator::CreateNewAudioBuffer(const DRAVTimestam
                 // The phase advances by pi times the pitch per second: the tone
                 // sounds an octave below the pitch, starting from its trough.
                 const float product = static_cast<float>(pitch) * static_cast<float>(counter);
-                const double phase = static_cast<double>(product) / static_cast<double>(rate) * kPi - kPi / 2.0;
+                const double phase =
+                    static_cast<double>(product) / static_cast<double>(rate) * kPi - kPi / 2.0;
                 samples[index * channels + channel] = static_cast<float>(std::sin(phase) * amplitude);
             }
         }

@@ -166,7 +166,8 @@ TEST_F(UnitTest, FailingChildDoesNotStopSiblingsOrParent)
 {
     CallLog log;
     auto parent = MakeUnit("parent", 0, 0);
-    auto broken = std::make_shared<Logged<RecordingSink>>(&log, "broken", DRAVSinkConfig{});  // never initialised
+    auto broken =
+        std::make_shared<Logged<RecordingSink>>(&log, "broken", DRAVSinkConfig{});  // never initialised
     auto good = std::make_shared<Logged<PassFilter>>(&log, "good", DRAVFilterConfig{9, false});
     ASSERT_TRUE(good->Init().Succeeded());
     parent->AddChild(broken);
@@ -232,7 +233,8 @@ TEST_F(UnitTest, FramesThroughPassthroughPins)
     // The output pin reports a receiver's failure (the queue in front of it
     // keeps the producer apart from its consumers' results).
     receiver->SetResult(kDRAVResultErrNoData);
-    EXPECT_EQ(consumer->GetOutputPin(0)->MediaBufferReceived(nullptr, MakeFrame(60000, 960)), kDRAVResultErrNoData);
+    EXPECT_EQ(consumer->GetOutputPin(0)->MediaBufferReceived(nullptr, MakeFrame(60000, 960)),
+              kDRAVResultErrNoData);
     EXPECT_EQ(receiver->Timestamps().back(), 60000);
 
     EXPECT_EQ(producer->SendFrame(MakeFrame(0, 960)), kDRAVResultErrNullPointer);
@@ -243,7 +245,8 @@ TEST_F(UnitTest, FramesThroughPassthroughPins)
 TEST_F(UnitTest, BaseUnitDoesNotImplementInput)
 {
     auto unit = MakeUnit("base", 1, 0);
-    EXPECT_EQ(unit->GetInputPin(0)->MediaBufferReceived(nullptr, MakeFrame(0, 960)), kDRAVResultErrNotImplemented);
+    EXPECT_EQ(unit->GetInputPin(0)->MediaBufferReceived(nullptr, MakeFrame(0, 960)),
+              kDRAVResultErrNotImplemented);
     // An input pin whose unit has gone has nobody to hand to.
     auto pin = unit->GetInputPin(0);
     unit.reset();
@@ -271,7 +274,8 @@ TEST_F(UnitTest, PullPinsStoreFramesForTheConsumer)
 
     // The None pin refuses frames; a passthrough pin refuses pulls.
     auto passthrough = MakeUnit("pass", 1, 1);
-    EXPECT_EQ(passthrough->GetOutputPin(0)->PullBuffer(DRAVTimestamp(0), &pulled, true), kDRAVResultErrInvalidState);
+    EXPECT_EQ(passthrough->GetOutputPin(0)->PullBuffer(DRAVTimestamp(0), &pulled, true),
+              kDRAVResultErrInvalidState);
     EXPECT_EQ(passthrough->GetOutputPin(0)->PullAudioBuffer(DRAVTimestamp(0), &audio, int64_t{960}),
               kDRAVResultErrInvalidState);
     auto none = MakeUnit("none", 1, 0, kDRAVPinTypeNone, kDRAVPinTypeNone);
@@ -484,9 +488,11 @@ TEST_F(UnitTest, ChildUnitsComeFromTheInstalledFactory)
     std::vector<std::string> removed;
     std::vector<std::shared_ptr<PassFilter>> made;
     DRAVUnitFactory factory;
-    factory.createFilter = [&](int32_t type, std::shared_ptr<DRAVUnit> unitOwner, bool init,
-                               std::shared_ptr<DRAVUnit>* out) {
-        auto filter = std::make_shared<PassFilter>("filter " + std::to_string(type), DRAVFilterConfig{type, false});
+    factory.createFilter =
+        [&](int32_t type, std::shared_ptr<DRAVUnit> unitOwner, bool init, std::shared_ptr<DRAVUnit>* out)
+    {
+        auto filter =
+            std::make_shared<PassFilter>("filter " + std::to_string(type), DRAVFilterConfig{type, false});
         filter->SetOwner(unitOwner);
         if (init)
         {
@@ -497,7 +503,8 @@ TEST_F(UnitTest, ChildUnitsComeFromTheInstalledFactory)
         *out = filter;
         return DRAVResult();
     };
-    factory.removeUnit = [&](const std::shared_ptr<DRAVUnit>& unit) { removed.push_back(unit->GetFriendlyName()); };
+    factory.removeUnit = [&](const std::shared_ptr<DRAVUnit>& unit)
+    { removed.push_back(unit->GetFriendlyName()); };
     DRAVUnitFactory::Install(factory);
 
     DRAVUnit::ChildUnit holder;

@@ -28,7 +28,8 @@ protected:
 class NamingReceiver : public RecordingReceiver
 {
 public:
-    DRAVResult MediaBufferReceived(std::shared_ptr<DRAVObject> sender, std::shared_ptr<DRAVMediaBuffer> frame) override
+    DRAVResult MediaBufferReceived(std::shared_ptr<DRAVObject> sender,
+                                   std::shared_ptr<DRAVMediaBuffer> frame) override
     {
         char name[32] = {};
         pthread_getname_np(pthread_self(), name, sizeof(name));
@@ -140,50 +141,55 @@ TEST_F(UnitThreadsTest, FramesDuringStateChangesAndTeardown)
         std::vector<std::thread> producers;
         for (int p = 0; p < 2; ++p)
         {
-            producers.emplace_back([&, p] {
-                int64_t stamp = p;
-                while (!stop.load())
+            producers.emplace_back(
+                [&, p]
                 {
-                    DRAVResult result = parent->SendFrame(MakeFrame(stamp, 960));
-                    stamp += 2;
-                    if (result.Succeeded())
+                    int64_t stamp = p;
+                    while (!stop.load())
                     {
-                        ++accepted;
+                        DRAVResult result = parent->SendFrame(MakeFrame(stamp, 960));
+                        stamp += 2;
+                        if (result.Succeeded())
+                        {
+                            ++accepted;
+                        }
+                        else
+                        {
+                            // The only refusals allowed while the unit is rebuilt.
+                            EXPECT_TRUE(result == kDRAVResultErrNotInitialized ||
+                                        result == kDRAVResultErrNullPointer)
+                                << result.toString();
+                            ++refused;
+                        }
                     }
-                    else
-                    {
-                        // The only refusals allowed while the unit is rebuilt.
-                        EXPECT_TRUE(result == kDRAVResultErrNotInitialized || result == kDRAVResultErrNullPointer)
-                            << result.toString();
-                        ++refused;
-                    }
-                }
-            });
+                });
         }
 
-        std::thread control([&] {
-            for (int round = 0; round < 30; ++round)
+        std::thread control(
+            [&]
             {
-                parent->SetUnitState(kDRAVUnitStateRunning);
-                parent->SetUnitState(kDRAVUnitStatePaused);
-                if (round % 3 == 0)
+                for (int round = 0; round < 30; ++round)
                 {
-                    parent->Reinit();
-                    child->Reinit();
+                    parent->SetUnitState(kDRAVUnitStateRunning);
+                    parent->SetUnitState(kDRAVUnitStatePaused);
+                    if (round % 3 == 0)
+                    {
+                        parent->Reinit();
+                        child->Reinit();
+                    }
+                    if (round % 5 == 0)
+                    {
+                        parent->ReinitAsync();
+                    }
+                    if (round % 7 == 6)
+                    {
+                        child->Deinit();
+                        child->Init();
+                        child->AddReceiver(0, receiver);
+                    }
+                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
                 }
-                if (round % 5 == 0)
-                {
-                    parent->ReinitAsync();
-                }
-                if (round % 7 == 6)
-                {
-                    child->Deinit();
-                    child->Init();
-                    child->AddReceiver(0, receiver);
-                }
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
-            }
-        });
+            });
         control.join();
         ASSERT_TRUE(DRAVUnit::WaitForPendingReinits(60000));
         // Teardown while the producers still send.
@@ -213,7 +219,8 @@ TEST_F(UnitThreadsTest, UnitReleasedWhileItsWorkerDelivers)
         receiver->slowdown_ = std::chrono::milliseconds(2);
         std::weak_ptr<DRAVUnit> watch;
         {
-            auto filter = std::make_shared<PassFilter>("released", DRAVFilterConfig{9, false}, kDRAVPinTypeThreaded);
+            auto filter =
+                std::make_shared<PassFilter>("released", DRAVFilterConfig{9, false}, kDRAVPinTypeThreaded);
             ASSERT_EQ(filter->Init(), kDRAVResultOk);
             filter->AddReceiver(0, receiver);
             for (int i = 0; i < 5; ++i)
@@ -245,21 +252,25 @@ TEST_F(UnitThreadsTest, StateChangesRacingDeinitEndUninitialised)
             parent->AddChild(child);
         }
         std::atomic<bool> go{false};
-        std::thread a([&] {
-            while (!go.load())
+        std::thread a(
+            [&]
             {
-            }
-            for (int i = 0; i < 20; ++i)
+                while (!go.load())
+                {
+                }
+                for (int i = 0; i < 20; ++i)
+                {
+                    parent->SetUnitState(i % 2 ? kDRAVUnitStatePaused : kDRAVUnitStateRunning);
+                }
+            });
+        std::thread b(
+            [&]
             {
-                parent->SetUnitState(i % 2 ? kDRAVUnitStatePaused : kDRAVUnitStateRunning);
-            }
-        });
-        std::thread b([&] {
-            while (!go.load())
-            {
-            }
-            parent->Deinit();
-        });
+                while (!go.load())
+                {
+                }
+                parent->Deinit();
+            });
         go.store(true);
         a.join();
         b.join();

@@ -14,8 +14,8 @@ EngineEnvironment::EngineEnvironment()
 {
     formerPool_ = DRAVMemoryPoolRAM::InstallShared(
         std::make_shared<DRAVMemoryPoolRAM>(kMemoryPoolRAMName, kMaxRAMPoolItems, kMaxRAMPoolSizeMB));
-    formerRing_ = DRAVUnitPin::InstallRingQueueFactory(
-        [](const std::string& name) { return std::make_shared<TestRingQueue>(name); });
+    formerRing_ = DRAVUnitPin::InstallRingQueueFactory([](const std::string& name)
+                                                       { return std::make_shared<TestRingQueue>(name); });
     formerFactory_ = DRAVUnitFactory::Install(DRAVUnitFactory{});
 }
 
@@ -35,7 +35,8 @@ std::shared_ptr<DRAVAudioBuffer> MakeFrame(int64_t timestampUsec, int64_t frames
         samples[i * 2 + 1] = -(first + static_cast<float>(i));
     }
     const int64_t size = static_cast<int64_t>(samples.size() * sizeof(float));
-    auto frame = DRAVAudioBuffer::GetAudioBuffer("test", size, kDefaultAudioFormatFloat, samples.data(), size);
+    auto frame =
+        DRAVAudioBuffer::GetAudioBuffer("test", size, kDefaultAudioFormatFloat, samples.data(), size);
     if (frame)
     {
         frame->SetTimestamp(DRAVTimestamp(timestampUsec));
@@ -272,7 +273,8 @@ std::vector<int> RecordingSink::PinsSeen()
 bool RecordingSink::WaitFor(size_t count, int timeoutMs)
 {
     std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] { return pins_.size() >= count; });
+    return changed_.wait_for(lock, std::chrono::milliseconds(timeoutMs),
+                             [&] { return pins_.size() >= count; });
 }
 
 DRAVResult PlainSource::InitSource(DRAVPinType type)

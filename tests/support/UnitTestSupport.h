@@ -169,7 +169,8 @@ private:
 class PlainSource : public DRAVSource
 {
 public:
-    PlainSource(const std::string& name, int outputs = 1) : DRAVSource(name, nullptr, DRAVSourceConfig{2, 1}, outputs)
+    PlainSource(const std::string& name, int outputs = 1)
+        : DRAVSource(name, nullptr, DRAVSourceConfig{2, 1}, outputs)
     {
     }
     DRAVResult InitSource(DRAVPinType type) override;

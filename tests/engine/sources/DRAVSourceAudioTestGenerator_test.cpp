@@ -72,8 +72,10 @@ protected:
     std::shared_ptr<DRAVAudioBuffer> Produce(int64_t time, int64_t duration)
     {
         std::shared_ptr<DRAVAudioBuffer> out;
-        EXPECT_EQ(generator_->RequestAudioFrame(DRAVTimestamp(time), DRAVDuration(duration), -1), kDRAVResultOk);
-        EXPECT_EQ(generator_->PullAudioFrame(DRAVTimestamp(time), &out, DRAVDuration(duration), -1), kDRAVResultOk);
+        EXPECT_EQ(generator_->RequestAudioFrame(DRAVTimestamp(time), DRAVDuration(duration), -1),
+                  kDRAVResultOk);
+        EXPECT_EQ(generator_->PullAudioFrame(DRAVTimestamp(time), &out, DRAVDuration(duration), -1),
+                  kDRAVResultOk);
         return out;
     }
 
@@ -142,7 +144,8 @@ TEST_F(GeneratorTest, EachNewSecondTicksLouderAndHigherThenWraps)
         // The rest of the second is the plain tone again.
         auto plain = Produce(second * 1000000 + 100000, 100000);
         EXPECT_NEAR(Peak(ChannelSamples(plain, 0)), 0.2f, 0.005f);
-        EXPECT_NEAR(MeasureFrequency(ChannelSamples(plain, 0), 48000.0), 880.0 * kSounding, 880.0 * kSounding * 0.005);
+        EXPECT_NEAR(MeasureFrequency(ChannelSamples(plain, 0), 48000.0), 880.0 * kSounding,
+                    880.0 * kSounding * 0.005);
         ++second;
     }
 }
@@ -152,15 +155,19 @@ TEST_F(GeneratorTest, RefusesWhenMutedPausedOrUninitialised)
     std::shared_ptr<DRAVAudioBuffer> out;
     generator_->SetAudioMute(true);
     EXPECT_EQ(generator_->RequestAudioFrame(DRAVTimestamp(0), DRAVDuration(20000), -1), kDRAVResultErrNoData);
-    EXPECT_EQ(generator_->PullAudioFrame(DRAVTimestamp(0), &out, DRAVDuration(20000), -1), kDRAVResultErrNoData);
+    EXPECT_EQ(generator_->PullAudioFrame(DRAVTimestamp(0), &out, DRAVDuration(20000), -1),
+              kDRAVResultErrNoData);
     generator_->SetAudioMute(false);
     EXPECT_EQ(generator_->PullAudioFrame(DRAVTimestamp(0), nullptr, DRAVDuration(20000), -1),
               kDRAVResultErrNullPointer);
     generator_->SetPause(true);
-    EXPECT_EQ(generator_->RequestAudioFrame(DRAVTimestamp(0), DRAVDuration(20000), -1), kDRAVResultErrInvalidState);
-    EXPECT_EQ(generator_->PullAudioFrame(DRAVTimestamp(0), &out, DRAVDuration(20000), -1), kDRAVResultErrInvalidState);
+    EXPECT_EQ(generator_->RequestAudioFrame(DRAVTimestamp(0), DRAVDuration(20000), -1),
+              kDRAVResultErrInvalidState);
+    EXPECT_EQ(generator_->PullAudioFrame(DRAVTimestamp(0), &out, DRAVDuration(20000), -1),
+              kDRAVResultErrInvalidState);
     generator_->Deinit();
-    EXPECT_EQ(generator_->RequestAudioFrame(DRAVTimestamp(0), DRAVDuration(20000), -1), kDRAVResultErrNotInitialized);
+    EXPECT_EQ(generator_->RequestAudioFrame(DRAVTimestamp(0), DRAVDuration(20000), -1),
+              kDRAVResultErrNotInitialized);
     std::shared_ptr<DRAVAudioBuffer> made;
     EXPECT_EQ(generator_->CreateNewAudioBuffer(DRAVTimestamp(0), DRAVDuration(20000), nullptr),
               kDRAVResultErrNullPointer);
@@ -170,7 +177,8 @@ TEST_F(GeneratorTest, WithoutRingThePullCopiesTheLastFrame)
 {
     generator_->SetBoolProperty(kPropertyTestAudioRingbuffer, false);
     std::shared_ptr<DRAVAudioBuffer> out;
-    EXPECT_EQ(generator_->PullAudioFrame(DRAVTimestamp(0), &out, DRAVDuration(20000), -1), kDRAVResultErrNoData);
+    EXPECT_EQ(generator_->PullAudioFrame(DRAVTimestamp(0), &out, DRAVDuration(20000), -1),
+              kDRAVResultErrNoData);
     ASSERT_EQ(generator_->RequestAudioFrame(DRAVTimestamp(40000), DRAVDuration(20000), -1), kDRAVResultOk);
     // Nothing went into the ring.
     auto ring = std::dynamic_pointer_cast<TestRingQueue>(generator_->GetOutputPin(0)->GetQueue());
@@ -178,7 +186,8 @@ TEST_F(GeneratorTest, WithoutRingThePullCopiesTheLastFrame)
     EXPECT_EQ(ring->GetBytesHeld(), 0);
     ASSERT_EQ(generator_->PullAudioFrame(DRAVTimestamp(40000), &out, DRAVDuration(20000), -1), kDRAVResultOk);
     std::shared_ptr<DRAVAudioBuffer> again;
-    ASSERT_EQ(generator_->PullAudioFrame(DRAVTimestamp(40000), &again, DRAVDuration(20000), -1), kDRAVResultOk);
+    ASSERT_EQ(generator_->PullAudioFrame(DRAVTimestamp(40000), &again, DRAVDuration(20000), -1),
+              kDRAVResultOk);
     EXPECT_NE(out, again);
     EXPECT_EQ(ChannelSamples(out, 0), ChannelSamples(again, 0));
     EXPECT_NEAR(Peak(ChannelSamples(out, 0)), 0.2f, 0.01f);
@@ -189,8 +198,9 @@ TEST(GeneratorMeterTest, LevelMeterChildSeesEveryFrame)
     EngineEnvironment environment;
     std::shared_ptr<PassFilter> meter;
     DRAVUnitFactory factory;
-    factory.createFilter = [&](int32_t type, std::shared_ptr<DRAVUnit> owner, bool init,
-                               std::shared_ptr<DRAVUnit>* out) {
+    factory.createFilter =
+        [&](int32_t type, std::shared_ptr<DRAVUnit> owner, bool init, std::shared_ptr<DRAVUnit>* out)
+    {
         meter = std::make_shared<PassFilter>("meter", DRAVFilterConfig{type, false});
         meter->SetOwner(owner);
         if (init)
@@ -210,7 +220,8 @@ TEST(GeneratorMeterTest, LevelMeterChildSeesEveryFrame)
     generator->SetPause(false);
     for (int i = 0; i < 3; ++i)
     {
-        ASSERT_EQ(generator->RequestAudioFrame(DRAVTimestamp(i * 20000), DRAVDuration(20000), -1), kDRAVResultOk);
+        ASSERT_EQ(generator->RequestAudioFrame(DRAVTimestamp(i * 20000), DRAVDuration(20000), -1),
+                  kDRAVResultOk);
     }
     EXPECT_EQ(meter->Received(), 3);
     generator.reset();

@@ -2,10 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
+
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "engine/DRAVDevice.h"
 #include "engine/DRAVSink.h"
 #include "support/UnitTestSupport.h"
 
@@ -20,13 +23,15 @@ protected:
     void InstallFilterFactory()
     {
         DRAVUnitFactory factory;
-        factory.createFilter = [this](int32_t type, std::shared_ptr<DRAVUnit> owner, bool init,
-                                      std::shared_ptr<DRAVUnit>* out) {
+        factory.createFilter =
+            [this](int32_t type, std::shared_ptr<DRAVUnit> owner, bool init, std::shared_ptr<DRAVUnit>* out)
+        {
             if (type == DRAVSource::kFilterTypeAudioEncoder)
             {
                 return DRAVResult(kDRAVResultErrUnknownUnit);
             }
-            auto filter = std::make_shared<PassFilter>("filter " + std::to_string(type), DRAVFilterConfig{type, false});
+            auto filter =
+                std::make_shared<PassFilter>("filter " + std::to_string(type), DRAVFilterConfig{type, false});
             filter->SetOwner(owner);
             if (init)
             {
@@ -36,9 +41,8 @@ protected:
             *out = filter;
             return DRAVResult();
         };
-        factory.removeUnit = [this](const std::shared_ptr<DRAVUnit>& unit) {
-            removed_.push_back(unit->GetFriendlyName());
-        };
+        factory.removeUnit = [this](const std::shared_ptr<DRAVUnit>& unit)
+        { removed_.push_back(unit->GetFriendlyName()); };
         DRAVUnitFactory::Install(factory);
     }
 
@@ -89,11 +93,15 @@ TEST_F(SourceTest, PullNeedsARunningSource)
 {
     auto source = std::make_shared<PlainSource>("source");
     std::shared_ptr<DRAVAudioBuffer> out;
-    EXPECT_EQ(source->RequestAudioFrame(DRAVTimestamp(0), DRAVDuration(20000), -1), kDRAVResultErrNotInitialized);
-    EXPECT_EQ(source->PullAudioFrame(DRAVTimestamp(0), &out, DRAVDuration(20000), -1), kDRAVResultErrNotInitialized);
+    EXPECT_EQ(source->RequestAudioFrame(DRAVTimestamp(0), DRAVDuration(20000), -1),
+              kDRAVResultErrNotInitialized);
+    EXPECT_EQ(source->PullAudioFrame(DRAVTimestamp(0), &out, DRAVDuration(20000), -1),
+              kDRAVResultErrNotInitialized);
     ASSERT_EQ(source->InitSource(kDRAVPinTypePull), kDRAVResultOk);
-    EXPECT_EQ(source->RequestAudioFrame(DRAVTimestamp(0), DRAVDuration(20000), -1), kDRAVResultErrInvalidState);
-    EXPECT_EQ(source->PullAudioFrame(DRAVTimestamp(0), &out, DRAVDuration(20000), -1), kDRAVResultErrInvalidState);
+    EXPECT_EQ(source->RequestAudioFrame(DRAVTimestamp(0), DRAVDuration(20000), -1),
+              kDRAVResultErrInvalidState);
+    EXPECT_EQ(source->PullAudioFrame(DRAVTimestamp(0), &out, DRAVDuration(20000), -1),
+              kDRAVResultErrInvalidState);
     EXPECT_EQ(source->PullAudioFrame(DRAVTimestamp(0), &out, int64_t{960}, -1), kDRAVResultErrNoData);
     EXPECT_EQ(source->MediaBufferReceived(nullptr, MakeFrame(0, 960)), kDRAVResultErrInvalidState);
 }
@@ -217,7 +225,8 @@ TEST_F(SourceTest, ChildFiltersAndStatistics)
 
 TEST_F(SourceTest, SinkTakesAudioOnlyWhileRunning)
 {
-    auto sink = std::make_shared<RecordingSink>("sink", DRAVSinkConfig{DRAVSink::kTypePreview, 0, false, true}, 2);
+    auto sink =
+        std::make_shared<RecordingSink>("sink", DRAVSinkConfig{DRAVSink::kTypePreview, 0, false, true}, 2);
     ASSERT_EQ(sink->Init(), kDRAVResultOk);
     EXPECT_EQ(sink->GetOutputPin(0), nullptr);
     EXPECT_EQ(sink->GetType(), DRAVSink::kTypePreview);
@@ -237,4 +246,35 @@ TEST_F(SourceTest, SinkTakesAudioOnlyWhileRunning)
     single->SetPause(false);
     EXPECT_EQ(single->SendAudioFrame(MakeFrame(0, 960)), kDRAVResultOk);
     EXPECT_EQ(single->PinsSeen(), std::vector<int>{0});
+}
+
+TEST_F(SourceTest, DeviceDescribesItselfAsJson)
+{
+    auto owner = RunningSource();
+    auto device = std::make_shared<DRAVDevice>("USB Mic", nullptr, owner);
+    EXPECT_EQ(device->GetFriendlyName(), "Device <USB Mic>");
+    EXPECT_EQ(device->GetType(), 0);
+    EXPECT_EQ(device->GetDeviceOwner(), owner);
+    ASSERT_EQ(device->InitUnit(kDRAVPinTypeThreaded, kDRAVPinTypePassthrough), kDRAVResultOk);
+    EXPECT_EQ(device->GetInputPin(0), nullptr);
+    EXPECT_EQ(device->GetOutputPin(0), nullptr);
+
+    auto info = nlohmann::json::parse(device->GetJsonProperty(kPropertyCaptureDeviceDescription));
+    EXPECT_EQ(info["Device Name"], "USB Mic");
+    EXPECT_EQ(info["Device Path"], "");
+    EXPECT_EQ(info["Device Present"], false);
+    // Read-only: a set leaves the description as it is.
+    device->SetJsonProperty(kPropertyCaptureDeviceDescription, R"({"Device Name":"x","Device Path":"1"})");
+    EXPECT_EQ(device->GetDescription().name, "USB Mic");
+
+    DRAVDeviceDescription description;
+    EXPECT_EQ(description.FromJSON(R"({"Device Name":"Speakers"})"), kDRAVResultErrInvalidParameter);
+    EXPECT_EQ(description.FromJSON("not json"), kDRAVResultErrInvalidParameter);
+    EXPECT_FALSE(description.present);
+    ASSERT_EQ(description.FromJSON(R"({"Device Name":"Speakers","Device Path":"73"})"), kDRAVResultOk);
+    EXPECT_TRUE(description.present);
+    device->SetDescription(description);
+    info = nlohmann::json::parse(device->DeviceInfo());
+    EXPECT_EQ(info["Device Path"], "73");
+    EXPECT_EQ(info["Device Present"], true);
 }
