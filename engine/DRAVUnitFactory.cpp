@@ -33,6 +33,17 @@ DRAVUnitFactory DRAVUnitFactory::Current()
     return InstalledFactory();
 }
 
+DRAVResult DRAVUnitFactory::CreateSource(int32_t type, int32_t usage, std::shared_ptr<DRAVUnit> owner,
+                                         bool init, std::shared_ptr<DRAVUnit>* out)
+{
+    const SourceCreate create = Current().createSource;
+    if (!create)
+    {
+        return DRAVResult(kDRAVResultErrUnknownUnit, "No source of type %d", type);
+    }
+    return create(type, usage, std::move(owner), init, out);
+}
+
 DRAVResult DRAVUnitFactory::CreateSink(int32_t type, std::shared_ptr<DRAVUnit> owner, bool init,
                                        std::shared_ptr<DRAVUnit>* out)
 {

@@ -16,8 +16,12 @@ struct DRAVUnitFactory
 {
     using Create = std::function<DRAVResult(int32_t type, std::shared_ptr<DRAVUnit> owner, bool init,
                                             std::shared_ptr<DRAVUnit>* out)>;
+    using SourceCreate =
+        std::function<DRAVResult(int32_t type, int32_t usage, std::shared_ptr<DRAVUnit> owner, bool init,
+                                 std::shared_ptr<DRAVUnit>* out)>;
     using Remove = std::function<void(const std::shared_ptr<DRAVUnit>& unit)>;
 
+    SourceCreate createSource;
     Create createSink;
     Create createFilter;
     Remove removeUnit;
@@ -28,6 +32,8 @@ struct DRAVUnitFactory
     // factory's lock.
     static DRAVUnitFactory Current();
 
+    static DRAVResult CreateSource(int32_t type, int32_t usage, std::shared_ptr<DRAVUnit> owner, bool init,
+                                   std::shared_ptr<DRAVUnit>* out);
     static DRAVResult CreateSink(int32_t type, std::shared_ptr<DRAVUnit> owner, bool init,
                                  std::shared_ptr<DRAVUnit>* out);
     static DRAVResult CreateFilter(int32_t type, std::shared_ptr<DRAVUnit> owner, bool init,

@@ -1,4 +1,5 @@
 #include "engine/sources/DRAVSourceAudioTestGenerator.h"
+#include "engine/sources/DRAVSourceTest.h"
 
 #include <gtest/gtest.h>
 
@@ -227,4 +228,73 @@ TEST(GeneratorMeterTest, LevelMeterChildSeesEveryFrame)
     generator.reset();
     // The generator's end stops its meter.
     EXPECT_FALSE(meter->IsUnitInitialized());
+}
+
+TEST(CompositeTestSourceTest, WrapsAnAudioGeneratorMadeByTheFactory)
+{
+    EngineEnvironment environment;
+    auto source = std::make_shared<DRAVSourceTest>();
+    std::shared_ptr<DRAVAudioBuffer> out;
+    // The system's own factory makes no generators.
+    EXPECT_EQ(source->Init(), kDRAVResultErrUnknownUnit);
+    EXPECT_FALSE(source->IsUnitInitialized());
+    EXPECT_EQ(source->RequestAudioFrame(DRAVTimestamp(0), DRAVDuration(20000), 0),
+              kDRAVResultErrNotInitialized);
+
+    std::vector<std::pair<int32_t, int32_t>> asked;
+    int removed = 0;
+    DRAVUnitFactory factory;
+    factory.createSource = [&](int32_t type, int32_t usage, std::shared_ptr<DRAVUnit> owner, bool init,
+                               std::shared_ptr<DRAVUnit>* made)
+    {
+        asked.emplace_back(type, usage);
+        std::shared_ptr<DRAVSource> child;
+        if (type == DRAVSourceTest::kAudioGeneratorType)
+        {
+            child = std::make_shared<DRAVSourceAudioTestGenerator>();
+        }
+        else
+        {
+            child = std::make_shared<PlainSource>("video stand-in");
+        }
+        child->SetOwner(owner);
+        owner->AddChild(child);
+        if (init)
+        {
+            child->Init();
+        }
+        *made = child;
+        return DRAVResult();
+    };
+    factory.removeUnit = [&](const std::shared_ptr<DRAVUnit>&) { ++removed; };
+    DRAVUnitFactory::Install(factory);
+
+    const double formerSine = gTestSineHz;
+    gTestSineHz = 1000.0;
+    ASSERT_EQ(source->Init(), kDRAVResultOk);
+    gTestSineHz = formerSine;
+    EXPECT_EQ(asked, (std::vector<std::pair<int32_t, int32_t>>{{7, 4}, {6, 4}}));
+    EXPECT_EQ(source->GetType(), DRAVSourceTest::kSourceType);
+    EXPECT_EQ(source->GetOutputPin(0)->GetPinType(), kDRAVPinTypePullRingBuffer);
+    auto generator = source->GetAudioGenerator();
+    ASSERT_NE(generator, nullptr);
+    EXPECT_EQ(generator->GetIntProperty(kPropertyTestSignalFrequencyHz), 1000);
+
+    // Starting the composite starts its children.
+    ASSERT_EQ(source->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
+    EXPECT_EQ(generator->GetUnitState(), kDRAVUnitStateRunning);
+    ASSERT_EQ(source->RequestAudioFrame(DRAVTimestamp(0), DRAVDuration(100000), 0), kDRAVResultOk);
+    ASSERT_EQ(source->PullAudioFrame(DRAVTimestamp(0), &out, DRAVDuration(100000), 0), kDRAVResultOk);
+    EXPECT_NEAR(MeasureFrequency(ChannelSamples(out, 0), 48000.0), 1000.0 * kSounding, 2.5);
+    EXPECT_EQ(source->GetAudioBufferSizeMsec(), 100);
+
+    source->SetAudioMute(true);
+    EXPECT_TRUE(generator->GetAudioMute());
+    EXPECT_EQ(source->RequestAudioFrame(DRAVTimestamp(0), DRAVDuration(20000), 0), kDRAVResultErrNoData);
+
+    source->Deinit();
+    EXPECT_EQ(removed, 2);
+    EXPECT_FALSE(generator->IsUnitInitialized());
+    EXPECT_EQ(source->PullAudioFrame(DRAVTimestamp(0), &out, DRAVDuration(20000), 0),
+              kDRAVResultErrNotInitialized);
 }
