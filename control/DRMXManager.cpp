@@ -10,6 +10,7 @@
 #include "control/DRMXProcessActivity.h"
 #include "engine/DRAVManager.h"
 #include "observers/DRMXDeviceObserverCoreAudio.h"
+#include "observers/appaudio/DRMXDeviceObserverAppAudio.h"
 #include "portable-core/DRAVLog.h"
 #include "portable-core/DplDispatchQueue.h"
 #include "settings/DRMXVirtualDeviceNames.h"
@@ -754,7 +755,8 @@ DRAVResult DRMXManager::SetSampleRate(uint32_t)
 
 bool DRMXManager::ChangedAppAudioEndpointIsInUse() const
 {
-    const std::shared_ptr<DRMXDeviceObserverBase> observer = FindDeviceObserver(kDeviceNotificationAppAudio);
+    const auto observer =
+        std::dynamic_pointer_cast<DRMXDeviceObserverAppAudio>(FindDeviceObserver(kDeviceNotificationAppAudio));
     const std::string bundleId = observer ? observer->GetLastChangedBundleId() : std::string();
     if (!observer || bundleId.empty())
     {
