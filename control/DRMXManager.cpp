@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <filesystem>
 #include <mutex>
 
 #include "control/DRMXApplicationBundle.h"
@@ -13,7 +14,7 @@
 #include "observers/appaudio/DRMXDeviceObserverAppAudio.h"
 #include "portable-core/DRAVLog.h"
 #include "portable-core/DplDispatchQueue.h"
-#include "settings/DRMXVirtualDeviceNames.h"
+#include "engine/DRMXVirtualDeviceNames.h"
 
 using namespace DRMX_Settings;
 
@@ -94,7 +95,16 @@ DRMXManager* DRMXManager::GetDRMXManager()
     return manager;
 }
 
-DRMXManager::DRMXManager() : impl_(std::make_unique<Impl>()) {}
+DRMXManager::DRMXManager() : impl_(std::make_unique<Impl>())
+{
+    // The defaults of the settings come from the devices this manager sees.
+    DRMXSettings::DeviceQueries queries;
+    queries.availableOutputs = [this](DRMXOutputType type, const std::string& name) {
+        return GetAvailableOutputs(type, name);
+    };
+    queries.availableInputs = [this](DRMXInputType type) { return GetAvailableInputs(type); };
+    settings_.SetDeviceQueries(std::move(queries));
+}
 
 DRMXManager::~DRMXManager() = default;
 
@@ -188,16 +198,20 @@ void DRMXManager::Deinit()
 
 DRAVResult DRMXManager::LoadSettings()
 {
+    // Lock order: mixer, microphone, settings. The defaults and the microphone's
+    // values reach the microphone while the settings are held.
+    MixerThenMicrophoneLock outer(mixerLock_, microphoneLock_);
     CDplScopedLock lock(settingsLock_);
     DRAVResult result(kDRAVResultErrUnknown);
 
     const std::string folder = DRMXGetAppDataDirectory(true);
     settingsPath_ = folder;
-    if (!DRMXFolderExists(folder))
+    std::error_code error;
+    if (!std::filesystem::is_directory(folder, error))
     {
         return DRAVResult(kDRAVResultErrCouldNotOpenFile);
     }
-    settingsPath_ = DRMXAddPathComponent(folder, SETTINGS_JSON_FILENAME);
+    settingsPath_ = (std::filesystem::path(folder) / SETTINGS_JSON_FILENAME).string();
 
     result = settings_.LoadSettings(settingsPath_);
     if (result != kDRAVResultErrCouldNotOpenFile)
@@ -222,6 +236,7 @@ DRAVResult DRMXManager::ResetSettings()
     StopMixing();
     DRAVResult result;
     {
+        MixerThenMicrophoneLock outer(mixerLock_, microphoneLock_);
         CDplScopedLock lock(settingsLock_);
         settings_.ResetSettings();
         result = settings_.LoadDefaultSettings();
@@ -735,7 +750,9 @@ DRAVResult DRMXManager::GetFirmwarePath(DRMXMicrophoneType type, std::string& pa
     default: break;
     }
     path = DRMXApplicationBundle::PathForBundleResource(path);
-    return DRAVResult(!path.empty() && DRMXFileExists(path) ? kDRAVResultOk : kDRAVResultErrNotFound);
+    std::error_code error;
+    return DRAVResult(!path.empty() && std::filesystem::is_regular_file(path, error) ? kDRAVResultOk
+                                                                                     : kDRAVResultErrNotFound);
 }
 
 DRAVResult DRMXManager::GetSupportedSamplerates(std::vector<uint32_t>&)

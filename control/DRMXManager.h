@@ -20,8 +20,9 @@
 // alone knows the order in which inputs, outputs, mixes and the microphone
 // start and stop. It moves no audio itself.
 //
-// Locks: the mixer lock is always taken before the microphone lock, so that
-// StartMixing (mixer, then microphone) and Deinit cannot deadlock each other.
+// Locks, always in this order: the mixer lock, the microphone lock, the
+// settings lock. So StartMixing (mixer, then microphone), Deinit and a device
+// change on an observer's thread can't deadlock each other.
 class DRMXManager
 {
 public:

@@ -29,7 +29,7 @@ void DRMXMixerBase::AddInput(const std::shared_ptr<DRMXInputInterface>& input)
     if (input)
     {
         DRMXInputSelector selector = input->GetSelector();
-        selector.SetAvailable(true);
+        selector.available = true;
         input->SetSelector(selector);
     }
     inputs_.push_back(input);
@@ -56,7 +56,7 @@ DRAVResult DRMXMixerBase::GetInput(const DRMXInputSelector& selector, std::share
             if (validate)
             {
                 DRMXInputSelector valid = input->GetSelector();
-                valid.SetAvailable(true);
+                valid.available = true;
                 input->SetSelector(valid);
             }
             *out = input;

@@ -12,8 +12,8 @@ DRMXMixerNodeBase::DRMXMixerNodeBase(const std::string& name, KVCMap* properties
       outputSelector_(outputSelector)
 {
     selector_.type = inputSelector.GetType();
-    selector_.gain = inputSelector.GetGain();
-    selector_.mute = inputSelector.GetMute();
+    selector_.gain = inputSelector.gain;
+    selector_.mute = inputSelector.mute;
     selector_.nodeId = 0;
 }
 
