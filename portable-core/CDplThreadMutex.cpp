@@ -56,7 +56,8 @@ int CDplThreadCondition::Wait(CDplThreadMutex& mutex, int64_t timeoutNanoseconds
     clock_gettime(CLOCK_MONOTONIC, &deadline);
     constexpr int64_t kNanosecondsPerSecond = 1000000000;
     const int64_t total = static_cast<int64_t>(deadline.tv_nsec) + timeoutNanoseconds % kNanosecondsPerSecond;
-    deadline.tv_sec += static_cast<time_t>(timeoutNanoseconds / kNanosecondsPerSecond + total / kNanosecondsPerSecond);
+    deadline.tv_sec +=
+        static_cast<time_t>(timeoutNanoseconds / kNanosecondsPerSecond + total / kNanosecondsPerSecond);
     deadline.tv_nsec = static_cast<long>(total % kNanosecondsPerSecond);
     return pthread_cond_timedwait(&condition_, mutex.NativeHandle(), &deadline);
 }

@@ -3,10 +3,14 @@
 #include <algorithm>
 #include <condition_variable>
 #include <deque>
+#include <exception>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <vector>
 
+#include "portable-core/BreakIntoDebugger.h"
+#include "portable-core/DRAVLog.h"
 #include "portable-core/DplThreadName.h"
 
 struct DplDispatchQueue::Impl
@@ -32,10 +36,31 @@ struct DplDispatchQueue::Impl
             std::function<void()> work = std::move(queue.front());
             queue.pop_front();
             lock.unlock();
-            work();
+            RunOne(work);
             // Destroy what the task captured outside the queue's mutex, too.
             work = nullptr;
             lock.lock();
+        }
+    }
+
+    // A task that throws must not take the worker (and the process) down
+    // with it; the failure is logged and the queue goes on.
+    void RunOne(const std::function<void()>& work)
+    {
+        try
+        {
+            work();
+        }
+        catch (const std::exception& error)
+        {
+            DRAVLogPrintf(kDbgPrintLevelError, "DplDispatchQueue \"%s\": a task threw: %s", name.c_str(),
+                          error.what());
+            BreakIntoDebugger();
+        }
+        catch (...)
+        {
+            DRAVLogPrintf(kDbgPrintLevelError, "DplDispatchQueue \"%s\": a task threw", name.c_str());
+            BreakIntoDebugger();
         }
     }
 
@@ -53,13 +78,24 @@ struct DplDispatchQueue::Impl
     }
 };
 
-DplDispatchQueue::DplDispatchQueue(std::string name, unsigned long threadCount) : impl_(std::make_shared<Impl>())
+DplDispatchQueue::DplDispatchQueue(std::string name, unsigned long threadCount)
+    : impl_(std::make_shared<Impl>())
 {
     impl_->name = std::move(name);
     impl_->workers.reserve(threadCount);
     for (unsigned long i = 0; i < threadCount; ++i)
     {
-        impl_->workers.emplace_back([impl = impl_] { impl->Run(); });
+        try
+        {
+            impl_->workers.emplace_back([impl = impl_] { impl->Run(); });
+        }
+        catch (const std::system_error& error)
+        {
+            // Go on with the workers there are; with none, nothing runs.
+            DRAVLogPrintf(kDbgPrintLevelError, "DplDispatchQueue \"%s\": started %lu of %lu workers: %s",
+                          impl_->name.c_str(), i, threadCount, error.what());
+            break;
+        }
     }
 }
 
