@@ -5,6 +5,22 @@
 
 namespace
 {
+bool HasWeakObserver(const KVOItem& item)
+{
+    const std::weak_ptr<KVObserver> unset;
+    return item.weakObserver.owner_before(unset) || unset.owner_before(item.weakObserver);
+}
+
+// Two weak pointers to the same observer that has died. ObserverEquals can't
+// match them any more, but the one who registered may still hold its weak
+// pointer and unregister with it; otherwise the entry would keep the dead
+// observer's memory for good.
+bool SameExpiredWeakObserver(const KVOItem& entry, const KVOItem& item)
+{
+    return HasWeakObserver(entry) && HasWeakObserver(item) && entry.weakObserver.expired() &&
+           !entry.weakObserver.owner_before(item.weakObserver) && !item.weakObserver.owner_before(entry.weakObserver);
+}
+
 int32_t AccessModeFor(bool canWrite, bool canRead)
 {
     if (canWrite && canRead)
@@ -121,7 +137,7 @@ void KVCProperty::RemoveObserver(const KVOItem& item)
     ListWalk walk(*this, graveyard);
     for (Entry& entry : observers_)
     {
-        if (!entry.removed && ObserverEquals(entry.item, item))
+        if (!entry.removed && (ObserverEquals(entry.item, item) || SameExpiredWeakObserver(entry.item, item)))
         {
             entry.removed = true;
             hasRemovedEntries_ = true;

@@ -54,8 +54,9 @@ public:
     // An item equal (ObserverEquals) to one already present is not added
     // again; an item with no pointer at all is ignored.
     virtual void AddObserver(const KVOItem& item);
-    // Removes every item equal to `item`. During a walk of the list, a removed
-    // observer is not called any more by that walk.
+    // Removes every item equal to `item`, and an entry of a weak observer that
+    // has died when `item` holds a weak pointer to that same observer. During
+    // a walk of the list, a removed observer is not called any more by it.
     virtual void RemoveObserver(const KVOItem& item);
     virtual void LockObserver();
     virtual void UnLockObserver();

@@ -1,0 +1,204 @@
+#include "portable-core/DRAVResult.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "portable-core/DRAVLog.h"
+
+namespace
+{
+// Collects the library's log lines while it lives, then puts the former
+// handler back.
+class ScopedLogCapture
+{
+public:
+    ScopedLogCapture()
+    {
+        former_ = DRAVSetLogHandler([this](eDbgPrintLevel level, const std::string& line)
+                                    { lines_.emplace_back(level, line); });
+    }
+    ~ScopedLogCapture() { DRAVSetLogHandler(std::move(former_)); }
+    ScopedLogCapture(const ScopedLogCapture&) = delete;
+    ScopedLogCapture& operator=(const ScopedLogCapture&) = delete;
+
+    const std::vector<std::pair<eDbgPrintLevel, std::string>>& Lines() const { return lines_; }
+
+private:
+    DRAVLogHandler former_;
+    std::vector<std::pair<eDbgPrintLevel, std::string>> lines_;
+};
+
+TEST(DRAVResultTest, CodeTableTexts)
+{
+    const std::vector<std::pair<int, const char*>> table = {
+        {4, "OkButIncomplete"},
+        {3, "OkFileNotFound"},
+        {2, "OkNoDataChanged"},
+        {1, "Ok"},
+        {0, "ErrCustom"},
+        {-1, "ErrUnknown"},
+        {-2, "ErrNullPointer"},
+        {-3, "ErrNotImplemented"},
+        {-4, "ErrInvalidCast"},
+        {-5, "ErrNotInitialized"},
+        {-6, "ErrInsufficientMemory"},
+        {-7, "ErrInvalidState"},
+        {-8, "ErrInvalidParameter"},
+        {-9, "ErrInvalidFormat"},
+        {-10, "ErrEncoder"},
+        {-11, "ErrVideoScaler"},
+        {-12, "ErrNoData"},
+        {-13, "ErrNotFound"},
+        {-14, "ErrConversionFailed"},
+        {-15, "ErrTimeOut"},
+        {-100, "ErrCouldNotOpenFile"},
+        {-101, "ErrInvalidPath"},
+        {-200, "ErrUnknownUnit"},
+        {-300, "ErrInvalidOperation"},
+    };
+    for (const auto& [code, text] : table)
+    {
+        EXPECT_EQ(DRAVResult::GetResultCodeString(code), text) << code;
+        EXPECT_EQ(DRAVResult(code).GetResultCodeString(), text) << code;
+    }
+    for (int code : {-16, -17, -18, 5, 100, -301})
+    {
+        EXPECT_EQ(DRAVResult::GetResultCodeString(code), "UNKNOWN") << code;
+    }
+}
+
+TEST(DRAVResultTest, SucceededFollowsSignAndCustomFields)
+{
+    EXPECT_TRUE(DRAVResult().Succeeded());
+    EXPECT_TRUE(DRAVResult(kDRAVResultOk).Succeeded());
+    EXPECT_TRUE(DRAVResult(kDRAVResultOkNoDataChanged).Succeeded());
+    EXPECT_TRUE(DRAVResult(kDRAVResultOkButIncomplete).Succeeded());
+    EXPECT_FALSE(DRAVResult(kDRAVResultErrNotFound).Succeeded());
+
+    const DRAVResult indexPastEnd(-17);
+    EXPECT_FALSE(indexPastEnd.Succeeded());
+    EXPECT_EQ(indexPastEnd.GetResultCodeString(), "UNKNOWN");
+    EXPECT_FALSE(DRAVResult(-18).Succeeded());
+
+    // Code 0: only the families 3 and 4 with value 0 succeed.
+    EXPECT_TRUE(DRAVResult(kDRAVResultCustomTypeIOKit, 0).Succeeded());
+    EXPECT_TRUE(DRAVResult(kDRAVResultCustomTypeVideo, 0).Succeeded());
+    EXPECT_FALSE(DRAVResult(kDRAVResultCustomTypeIOKit, 2).Succeeded());
+    EXPECT_FALSE(DRAVResult(kDRAVResultCustomTypeVideo, -1).Succeeded());
+    EXPECT_FALSE(DRAVResult(kDRAVResultCustomTypeNone, 0).Succeeded());
+    EXPECT_FALSE(DRAVResult(static_cast<DRAVResultCustomType>(5), 0).Succeeded());
+    EXPECT_FALSE(DRAVResult(kDRAVResultErrCustom).Succeeded());
+
+    const DRAVResult custom(kDRAVResultCustomTypeIOKit, 2);
+    EXPECT_EQ(custom.GetCode(), 0);
+    EXPECT_EQ(custom.GetCustomType(), kDRAVResultCustomTypeIOKit);
+    EXPECT_EQ(custom.GetCustomValue(), 2);
+}
+
+TEST(DRAVResultTest, ComparisonWithResultAndWithCode)
+{
+    EXPECT_FALSE(DRAVResult(2) == 1);
+    EXPECT_TRUE(DRAVResult(2) != 1);
+    EXPECT_TRUE(DRAVResult(2) == 2);
+
+    // The message doesn't count; code, custom type and value do.
+    EXPECT_TRUE(DRAVResult(-8, "first") == DRAVResult(-8, "second"));
+    EXPECT_FALSE(DRAVResult(-8) == DRAVResult(-9));
+    EXPECT_TRUE(DRAVResult(kDRAVResultCustomTypeIOKit, 2) == DRAVResult(kDRAVResultCustomTypeIOKit, 2));
+    EXPECT_TRUE(DRAVResult(kDRAVResultCustomTypeIOKit, 2) != DRAVResult(kDRAVResultCustomTypeIOKit, 3));
+    EXPECT_TRUE(DRAVResult(kDRAVResultCustomTypeIOKit, 0) != DRAVResult(kDRAVResultCustomTypeVideo, 0));
+    // Compared with a code, the custom fields don't count.
+    EXPECT_TRUE(DRAVResult(kDRAVResultCustomTypeIOKit, 2) == 0);
+}
+
+TEST(DRAVResultTest, AssignmentOfCodeKeepsMessageAndValue)
+{
+    DRAVResult result(kDRAVResultCustomTypeIOKit, 7, "device %d", 3);
+    result = kDRAVResultErrTimeOut;
+    EXPECT_EQ(result.GetCode(), kDRAVResultErrTimeOut);
+    EXPECT_EQ(result.GetCustomType(), kDRAVResultCustomTypeNone);
+    EXPECT_EQ(result.GetCustomValue(), 7);
+    EXPECT_EQ(result.GetMessage(), "device 3");
+
+    const DRAVResult other(kDRAVResultCustomTypeVideo, 9, "other");
+    result = other;
+    EXPECT_TRUE(result == other);
+    EXPECT_EQ(result.GetMessage(), "other");
+}
+
+TEST(DRAVResultTest, TextsAndMessages)
+{
+    EXPECT_EQ(DRAVResult(kDRAVResultErrNotFound).toString(), "DRAVResult -13: ErrNotFound");
+    EXPECT_EQ(DRAVResult(-17).toString(), "DRAVResult -17: UNKNOWN");
+    // Without a message GetMessage falls back to toString.
+    EXPECT_EQ(DRAVResult(kDRAVResultOk).GetMessage(), "DRAVResult 1: Ok");
+
+    DRAVResult firmware(kDRAVResultCustomTypeIOKit, 2);
+    EXPECT_EQ(firmware.toString(), "");
+    EXPECT_EQ(firmware.GetMessage(), "");
+    firmware.SetMessage("status %s", "stalled");
+    EXPECT_EQ(firmware.GetMessage(), "status stalled");
+    EXPECT_EQ(firmware.toString(), "");
+
+    // A null format leaves the message alone.
+    firmware.SetMessage(nullptr);
+    EXPECT_EQ(firmware.GetMessage(), "status stalled");
+
+    EXPECT_EQ(DRAVResult(-8, "bad %s %d", "value", 42).GetMessage(), "bad value 42");
+}
+
+TEST(DRAVResultTest, MessageIsCutAt511Characters)
+{
+    const std::string longText(600, 'x');
+    DRAVResult result(kDRAVResultErrInvalidParameter);
+    result.SetMessage("%s", longText.c_str());
+    EXPECT_EQ(result.GetMessage(), std::string(511, 'x'));
+
+    const DRAVResult constructed(kDRAVResultErrInvalidParameter, "%s!", longText.c_str());
+    EXPECT_EQ(constructed.GetMessage(), std::string(511, 'x'));
+
+    const DRAVResult custom(kDRAVResultCustomTypeIOKit, 1, "%s", longText.c_str());
+    EXPECT_EQ(custom.GetMessage().size(), 511u);
+}
+
+TEST(DRAVResultTest, LogErrorIsSilentOnSuccessAndComposesOnFailure)
+{
+    ScopedLogCapture capture;
+    DRAVResult(kDRAVResultOk).LogError("<%s> never logged", "unit");
+    DRAVResult(kDRAVResultCustomTypeIOKit, 0).LogError("never logged either");
+    EXPECT_TRUE(capture.Lines().empty());
+
+    DRAVResult(kDRAVResultErrNotFound).LogError("<%s> Set child unit <%s> failed.", "mixer", "meter");
+    DRAVResult(kDRAVResultErrInvalidState, "state was %d", 2).LogError("Start");
+    DRAVResult(kDRAVResultCustomTypeIOKit, 2, "stalled").LogError("Firmware");
+    ASSERT_EQ(capture.Lines().size(), 3u);
+    EXPECT_EQ(capture.Lines()[0].first, kDbgPrintLevelError);
+    EXPECT_EQ(capture.Lines()[0].second,
+              "<mixer> Set child unit <meter> failed. (DRAVResult -13: ErrNotFound)");
+    EXPECT_EQ(capture.Lines()[1].second, "Start (state was 2)");
+    EXPECT_EQ(capture.Lines()[2].second, "Firmware (stalled)");
+}
+
+TEST(DRAVResultTest, LogWritesWhetherOrNotTheResultSucceeded)
+{
+    ScopedLogCapture capture;
+    DRAVResult(kDRAVResultOkNoDataChanged).Log("saved %d", 3);
+    DRAVResult(kDRAVResultErrNoData).Log("loaded");
+    ASSERT_EQ(capture.Lines().size(), 2u);
+    EXPECT_EQ(capture.Lines()[0].second, "saved 3 (DRAVResult 2: OkNoDataChanged)");
+    EXPECT_EQ(capture.Lines()[1].second, "loaded (DRAVResult -12: ErrNoData)");
+    EXPECT_EQ(capture.Lines()[1].first, kDbgPrintLevelError);
+}
+
+TEST(DRAVResultTest, LoggedTextIsCutAt511Characters)
+{
+    ScopedLogCapture capture;
+    const std::string longText(700, 'y');
+    DRAVResult(kDRAVResultErrUnknown).LogError("%s", longText.c_str());
+    ASSERT_EQ(capture.Lines().size(), 1u);
+    EXPECT_EQ(capture.Lines()[0].second, std::string(511, 'y') + " (DRAVResult -1: ErrUnknown)");
+}
+}  // namespace
