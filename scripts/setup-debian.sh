@@ -9,6 +9,7 @@ packages=(
   libsamplerate0-dev libboost-dev rapidjson-dev
   libpipewire-0.3-dev pipewire wireplumber dbus
   clang libclang-rt-14-dev
+  locales
 )
 missing=()
 for p in "${packages[@]}"; do
