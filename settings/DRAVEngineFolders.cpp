@@ -1,0 +1,167 @@
+#include "settings/DRAVEngineFolders.h"
+
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <cstdlib>
+#include <mutex>
+#include <vector>
+
+namespace
+{
+struct ProductNames
+{
+    std::mutex mutex;
+    std::string shortName = "Tidemix";
+    std::string longName = "Tidemix";
+    std::string compactName = "Tidemix";
+    std::string companyName = "Drovane";
+};
+
+ProductNames& Names()
+{
+    static ProductNames* names = new ProductNames();  // lives through static destruction
+    return *names;
+}
+
+std::string HomeFolder()
+{
+    const char* home = getenv("HOME");
+    if (home != nullptr && home[0] != '\0')
+    {
+        return home;
+    }
+    // No HOME: the account's home folder, if the system knows one.
+    std::vector<char> buffer(16384);
+    passwd entry = {};
+    passwd* found = nullptr;
+    if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found != nullptr &&
+        found->pw_dir != nullptr)
+    {
+        return found->pw_dir;
+    }
+    return std::string();
+}
+
+bool IsFolder(const std::string& path)
+{
+    struct stat info = {};
+    return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+// Adds a component and, with create, makes it when it is missing.
+std::string AddLevel(const std::string& folder, const std::string& component, bool create)
+{
+    std::string path = DRAVJoinPath(folder, component);
+    if (create && !IsFolder(path))
+    {
+        mkdir(path.c_str(), 0777);
+    }
+    return path;
+}
+}  // namespace
+
+void DRAVSetProductNames(const char* shortName, const char* longName, const char* compactName)
+{
+    ProductNames& names = Names();
+    std::lock_guard<std::mutex> guard(names.mutex);
+    if (shortName != nullptr && shortName[0] != '\0')
+    {
+        names.shortName = shortName;
+    }
+    if (longName != nullptr && longName[0] != '\0')
+    {
+        names.longName = longName;
+    }
+    if (compactName != nullptr && compactName[0] != '\0')
+    {
+        names.compactName = compactName;
+    }
+}
+
+std::string GetCompanyName(bool)
+{
+    ProductNames& names = Names();
+    std::lock_guard<std::mutex> guard(names.mutex);
+    return names.companyName;
+}
+
+std::string GetProductName(bool shortName)
+{
+    ProductNames& names = Names();
+    std::lock_guard<std::mutex> guard(names.mutex);
+    return shortName ? names.shortName : names.longName;
+}
+
+std::string GetProductCompactName()
+{
+    ProductNames& names = Names();
+    std::lock_guard<std::mutex> guard(names.mutex);
+    return names.compactName;
+}
+
+std::string DRAVGetAppDataDirectory(bool create)
+{
+    std::string home = HomeFolder();
+    if (home.empty())
+    {
+        return std::string();
+    }
+    std::string path = DRAVJoinPath(home, "Library");
+    if (create && !IsFolder(path))
+    {
+        mkdir(path.c_str(), 0777);
+    }
+    path = AddLevel(path, "Application Support", create);
+    path = AddLevel(path, GetCompanyName(false), create);
+    return AddLevel(path, GetProductName(false), create);
+}
+
+std::string DRAVGetMovieDirectory(bool create)
+{
+    std::string home = HomeFolder();
+    if (home.empty())
+    {
+        return std::string();
+    }
+    std::string path = AddLevel(home, "Movies", create);
+    return AddLevel(path, GetProductName(false), create);
+}
+
+std::string DRAVJoinPath(const std::string& folder, const std::string& component)
+{
+    if (folder.empty())
+    {
+        return component;
+    }
+    bool folderSlash = folder.back() == '/';
+    bool componentSlash = !component.empty() && component.front() == '/';
+    if (folderSlash && componentSlash)
+    {
+        return folder + component.substr(1);
+    }
+    if (folderSlash || componentSlash)
+    {
+        return folder + component;
+    }
+    return folder + "/" + component;
+}
+
+bool DRAVCreateFolder(const std::string& path)
+{
+    if (path.empty())
+    {
+        return false;
+    }
+    if (IsFolder(path))
+    {
+        return true;
+    }
+    size_t slash = path.find_last_of('/', path.size() > 1 ? path.size() - 2 : 0);
+    if (slash != std::string::npos && slash > 0)
+    {
+        DRAVCreateFolder(path.substr(0, slash));
+    }
+    mkdir(path.c_str(), 0777);
+    return IsFolder(path);
+}

@@ -1,0 +1,330 @@
+// Differential check of the JSON reader and writer against nlohmann json on
+// documents that both accept, generated from a fixed seed.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <string>
+
+#include "portable-core/json/TJSON.h"
+
+namespace
+{
+using nlohmann::json;
+
+class DocumentGenerator
+{
+public:
+    explicit DocumentGenerator(uint64_t seed) : random_(seed) {}
+
+    json Document() { return Pick(2) == 0 ? Object(0) : Array(0); }
+
+private:
+    int Pick(int n) { return static_cast<int>(random_() % static_cast<uint64_t>(n)); }
+
+    json Value(int depth)
+    {
+        int kind = Pick(depth >= 5 ? 7 : 9);
+        switch (kind)
+        {
+            case 0:
+                return nullptr;
+            case 1:
+                return Pick(2) == 0;
+            case 2:
+                return Integer();
+            case 3:
+                return Double();
+            case 4:
+            case 5:
+            case 6:
+                return Text();
+            case 7:
+                return Object(depth + 1);
+            default:
+                return Array(depth + 1);
+        }
+    }
+
+    json Integer()
+    {
+        switch (Pick(5))
+        {
+            case 0:
+                return Pick(1000) - 500;
+            case 1:
+                return static_cast<int64_t>(random_());
+            case 2:
+                return Pick(2) ? std::numeric_limits<int64_t>::max() : std::numeric_limits<int64_t>::min();
+            case 3:
+                return static_cast<uint64_t>(random_() | (uint64_t{1} << 63));  // above the signed range
+            default:
+                return static_cast<int64_t>(random_() >> Pick(64));
+        }
+    }
+
+    json Double()
+    {
+        switch (Pick(4))
+        {
+            case 0:
+                return (Pick(2000) - 1000) / 8.0;
+            case 1:
+                return 0.1 * Pick(100);
+            case 2:
+                return std::ldexp(static_cast<double>(random_() >> 11), Pick(200) - 150);
+            default:
+            {
+                double value;
+                do
+                {
+                    uint64_t bits = random_();
+                    memcpy(&value, &bits, sizeof(value));
+                } while (!std::isfinite(value));
+                return value;
+            }
+        }
+    }
+
+    std::string Text()
+    {
+        std::string text;
+        int length = Pick(12);
+        for (int i = 0; i < length; ++i)
+        {
+            uint32_t code;
+            switch (Pick(6))
+            {
+                case 0:
+                    // Control characters; not the form feed, whose escape this reader drops on purpose.
+                    code = static_cast<uint32_t>(1 + Pick(31));
+                    code = code == 0x0C ? 0x0B : code;
+                    break;
+                case 1:
+                    code = static_cast<uint32_t>(0x80 + Pick(0x780));
+                    break;
+                case 2:
+                    code = static_cast<uint32_t>(0x800 + Pick(0xD000 - 0x800));
+                    break;
+                case 3:
+                    code = static_cast<uint32_t>(0x10000 + Pick(0x100000));
+                    break;
+                default:
+                    code = static_cast<uint32_t>(32 + Pick(96));
+                    break;
+            }
+            AppendUtf8(code, text);
+        }
+        return text;
+    }
+
+    static void AppendUtf8(uint32_t code, std::string& out)
+    {
+        if (code < 0x80)
+        {
+            out.push_back(static_cast<char>(code));
+        }
+        else if (code < 0x800)
+        {
+            out.push_back(static_cast<char>(0xC0 | (code >> 6)));
+            out.push_back(static_cast<char>(0x80 | (code & 0x3F)));
+        }
+        else if (code < 0x10000)
+        {
+            out.push_back(static_cast<char>(0xE0 | (code >> 12)));
+            out.push_back(static_cast<char>(0x80 | ((code >> 6) & 0x3F)));
+            out.push_back(static_cast<char>(0x80 | (code & 0x3F)));
+        }
+        else
+        {
+            out.push_back(static_cast<char>(0xF0 | (code >> 18)));
+            out.push_back(static_cast<char>(0x80 | ((code >> 12) & 0x3F)));
+            out.push_back(static_cast<char>(0x80 | ((code >> 6) & 0x3F)));
+            out.push_back(static_cast<char>(0x80 | (code & 0x3F)));
+        }
+    }
+
+    json Object(int depth)
+    {
+        json object = json::object();
+        int count = Pick(6);
+        for (int i = 0; i < count; ++i)
+        {
+            std::string key = Text();
+            object[key.empty() ? "k" : key] = Value(depth);
+        }
+        return object;
+    }
+
+    json Array(int depth)
+    {
+        json array = json::array();
+        int count = Pick(6);
+        for (int i = 0; i < count; ++i)
+        {
+            array.push_back(Value(depth));
+        }
+        return array;
+    }
+
+    std::mt19937_64 random_;
+};
+
+// Exact comparison: the same kinds and values that nlohmann read.
+::testing::AssertionResult SameAsReference(const TJSON& ours, const json& reference, const std::string& where)
+{
+    auto fail = [&](const char* what) { return ::testing::AssertionFailure() << what << " at " << where; };
+    switch (reference.type())
+    {
+        case json::value_t::null:
+            return ours.IsNull() ? ::testing::AssertionSuccess() : fail("expected null");
+        case json::value_t::boolean:
+            return ours.IsBool() && ours.GetBool() == reference.get<bool>() ? ::testing::AssertionSuccess()
+                                                                            : fail("bool differs");
+        case json::value_t::number_integer:
+            return ours.IsInt() && ours.GetInt() == reference.get<int64_t>() ? ::testing::AssertionSuccess()
+                                                                             : fail("integer differs");
+        case json::value_t::number_unsigned:
+        {
+            uint64_t value = reference.get<uint64_t>();
+            if (value <= static_cast<uint64_t>(std::numeric_limits<int64_t>::max()))
+            {
+                return ours.IsInt() && static_cast<uint64_t>(ours.GetInt()) == value
+                           ? ::testing::AssertionSuccess()
+                           : fail("unsigned differs");
+            }
+            return ours.IsDouble() && ours.GetDouble() == static_cast<double>(value)
+                       ? ::testing::AssertionSuccess()
+                       : fail("big unsigned differs");
+        }
+        case json::value_t::number_float:
+            return ours.IsDouble() && ours.GetDouble() == reference.get<double>()
+                       ? ::testing::AssertionSuccess()
+                       : fail("double differs");
+        case json::value_t::string:
+            return ours.IsString() && ours.GetString() == reference.get<std::string>()
+                       ? ::testing::AssertionSuccess()
+                       : fail("string differs");
+        case json::value_t::array:
+        {
+            if (!ours.IsArray() || ours.GetCount() != static_cast<int64_t>(reference.size()))
+            {
+                return fail("array differs");
+            }
+            for (size_t i = 0; i < reference.size(); ++i)
+            {
+                auto result = SameAsReference(ours.GetIndObject(static_cast<int64_t>(i)), reference[i],
+                                              where + "[" + std::to_string(i) + "]");
+                if (!result)
+                {
+                    return result;
+                }
+            }
+            return ::testing::AssertionSuccess();
+        }
+        case json::value_t::object:
+        {
+            if (!ours.IsObject() || ours.GetCount() != static_cast<int64_t>(reference.size()))
+            {
+                return fail("object differs");
+            }
+            for (const auto& [key, value] : reference.items())
+            {
+                if (!ours.HasKey(key))
+                {
+                    return fail("key missing");
+                }
+                auto result = SameAsReference(ours.GetObject(key), value, where + "." + key);
+                if (!result)
+                {
+                    return result;
+                }
+            }
+            return ::testing::AssertionSuccess();
+        }
+        default:
+            return fail("unexpected kind");
+    }
+}
+
+// Value comparison after our writer: an integral double may come back as an integer.
+bool SameValue(const json& a, const json& b)
+{
+    if (a.is_number() && b.is_number())
+    {
+        if (a.is_number_float() || b.is_number_float() || a.is_number_unsigned() != b.is_number_unsigned())
+        {
+            return a.get<double>() == b.get<double>();
+        }
+        return a == b;
+    }
+    if (a.type() != b.type())
+    {
+        return false;
+    }
+    if (a.is_array())
+    {
+        if (a.size() != b.size())
+        {
+            return false;
+        }
+        for (size_t i = 0; i < a.size(); ++i)
+        {
+            if (!SameValue(a[i], b[i]))
+            {
+                return false;
+            }
+        }
+        return true;
+    }
+    if (a.is_object())
+    {
+        if (a.size() != b.size())
+        {
+            return false;
+        }
+        for (const auto& [key, value] : a.items())
+        {
+            if (!b.contains(key) || !SameValue(value, b[key]))
+            {
+                return false;
+            }
+        }
+        return true;
+    }
+    return a == b;
+}
+}  // namespace
+
+TEST(JSONDifferential, ReadsWhatNlohmannReadsAndWritesWhatItAccepts)
+{
+    DocumentGenerator generator(0x5EED2026);
+    const int documents = 2000;
+    for (int n = 0; n < documents; ++n)
+    {
+        json original = generator.Document();
+        // Both plain UTF-8 and all-ASCII escaped texts (with surrogate pairs), compact and indented.
+        const std::string texts[] = {original.dump(), original.dump(4, ' ', true),
+                                     original.dump(-1, ' ', true), original.dump(2)};
+        for (const std::string& text : texts)
+        {
+            json reference = json::parse(text);
+            TJSON ours(text);
+            ASSERT_TRUE(SameAsReference(ours, reference, "$")) << "document " << n << ": " << text;
+        }
+
+        TJSON ours(original.dump());
+        std::string compact = ours.ToString();
+        int level = 0;
+        std::string pretty = ours.ToString(&level);
+        json fromCompact;
+        json fromPretty;
+        ASSERT_NO_THROW(fromCompact = json::parse(compact)) << compact;
+        ASSERT_NO_THROW(fromPretty = json::parse(pretty)) << pretty;
+        ASSERT_TRUE(SameValue(original, fromCompact)) << "document " << n << ": " << compact;
+        ASSERT_TRUE(SameValue(original, fromPretty)) << "document " << n;
+    }
+}
