@@ -1,0 +1,191 @@
+#include "engine/DRAVAudioBuffer.h"
+
+#include "engine/DRAVBufferRAM.h"
+#include "engine/DRAVMediaBufferLock.h"
+
+// Turns samples of one type into another, `samples` single samples at a time.
+class DRAVAudioSampleConverter
+{
+public:
+    virtual ~DRAVAudioSampleConverter() = default;
+    virtual void Convert(const uint8_t* from, uint8_t* to, int64_t samples) = 0;
+};
+
+DRAVAudioBufferHelper::DRAVAudioBufferHelper(const std::string& name) : name_(name) {}
+
+DRAVAudioBufferHelper::~DRAVAudioBufferHelper() = default;
+
+DRAVResult DRAVAudioBufferHelper::InitWithParent(const std::weak_ptr<DRAVMediaBuffer>& parent)
+{
+    parent_ = parent;
+    return DRAVResult(kDRAVResultOk);
+}
+
+DRAVResult DRAVAudioBufferHelper::CreateConverter(DRAVAudioSampleType from, DRAVAudioSampleType to,
+                                                  uint32_t channels)
+{
+    (void)channels;
+    if (from == to)
+    {
+        return DRAVResult(kDRAVResultErrNullPointer);
+    }
+    converter_.reset();
+    converterTarget_ = kDRAVAudioSampleTypeUnknown;
+    return DRAVResult(kDRAVResultErrNotImplemented, "no sample converter from type %d to %d",
+                      static_cast<int>(from), static_cast<int>(to));
+}
+
+DRAVResult DRAVAudioBufferHelper::CopyBuffer(std::shared_ptr<DRAVAudioBuffer>* out,
+                                             DRAVAudioSampleType sampleType)
+{
+    if (out == nullptr)
+    {
+        return DRAVResult(kDRAVResultErrNullPointer);
+    }
+    auto parent = std::dynamic_pointer_cast<DRAVAudioBuffer>(parent_.lock());
+    if (!parent)
+    {
+        return DRAVResult(kDRAVResultErrNullPointer);
+    }
+    const auto format = parent->GetAudioFormat();
+    if (!format)
+    {
+        return DRAVResult(kDRAVResultErrNullPointer);
+    }
+    const DRAVAudioSampleType sourceType = format->GetSampleType();
+    const int64_t sourceBits = DRAVAudioSampleTypeBits(sourceType);
+    const int64_t targetBits = DRAVAudioSampleTypeBits(sampleType);
+    if (sourceBits == 0 || targetBits == 0)
+    {
+        return DRAVResult(kDRAVResultErrInvalidFormat, "cannot copy samples of type %d to type %d",
+                          static_cast<int>(sourceType), static_cast<int>(sampleType));
+    }
+    if (sourceType != sampleType && (!converter_ || converterTarget_ != sampleType))
+    {
+        DRAVResult made = CreateConverter(sourceType, sampleType, format->GetNumChannels());
+        if (!made.Succeeded())
+        {
+            return made;
+        }
+    }
+
+    const int64_t allocated = parent->GetAllocatedBufferSize() * targetBits / sourceBits;
+    DRAVAudioFormat targetFormat(*format);
+    targetFormat.SetSampleType(sampleType);
+    auto copy = DRAVAudioBuffer::GetAudioBuffer(name_, allocated, targetFormat, nullptr, 0);
+    if (!copy)
+    {
+        return DRAVResult(kDRAVResultErrNullPointer);
+    }
+
+    // The source's write lock: two copies of one frame run one after the other.
+    std::shared_ptr<DRAVBufferRAM> source;
+    DRAVResult result;
+    DRAVMediaBufferWriteLock<DRAVBufferRAM> sourceLock(parent, &source, &result);
+    if (!result.Succeeded())
+    {
+        return result;
+    }
+    std::shared_ptr<DRAVBufferRAM> target;
+    DRAVMediaBufferWriteLock<DRAVBufferRAM> targetLock(copy, &target, &result);
+    if (!result.Succeeded())
+    {
+        return result;
+    }
+    const int64_t used = source->GetSizeCurrent();
+    const int64_t samples = used * 8 / sourceBits;
+    const int64_t targetUsed = used * targetBits / sourceBits;
+    if (sourceType != sampleType)
+    {
+        converter_->Convert(source->GetData(), target->GetData(), samples);
+        result = target->SetSizeCurrent(targetUsed);
+    }
+    else
+    {
+        result = target->FillBuffer(source->GetData(), used);
+    }
+    if (!result.Succeeded())
+    {
+        return result;
+    }
+    copy->SetTimestamp(parent->GetTimestamp());
+    copy->SetDuration(parent->GetDuration());
+    *out = std::move(copy);
+    return DRAVResult(kDRAVResultOk);
+}
+
+DRAVAudioBuffer::DRAVAudioBuffer(const std::string& owner, const DRAVAudioFormat& format)
+    : DRAVMediaBuffer(owner, std::make_shared<DRAVAudioFormat>(format))
+{
+}
+
+DRAVAudioBuffer::~DRAVAudioBuffer() = default;
+
+std::shared_ptr<DRAVAudioBuffer> DRAVAudioBuffer::GetAudioBuffer(const std::string& owner, int64_t size,
+                                                                 const DRAVAudioFormat& format,
+                                                                 const void* data, int64_t dataSize)
+{
+    if (size < 0)
+    {
+        return nullptr;
+    }
+    // Whole frames only: a partial frame at the end is completed.
+    const int64_t bytesPerFrame = format.GetBytesPerFrame();
+    if (bytesPerFrame > 0 && size % bytesPerFrame != 0)
+    {
+        size += bytesPerFrame - size % bytesPerFrame;
+    }
+    auto frame = std::make_shared<DRAVAudioBuffer>(owner, format);
+    if (!frame->InitMediaBuffer_RAM(size, data, dataSize).Succeeded())
+    {
+        return nullptr;
+    }
+    return frame;
+}
+
+DRAVResult DRAVAudioBuffer::GetMediaFormatCopy(std::shared_ptr<DRAVMediaFormat>* out) const
+{
+    const auto format = GetAudioFormat();
+    if (out == nullptr || format == nullptr)
+    {
+        return DRAVResult(kDRAVResultErrNullPointer);
+    }
+    *out = std::make_shared<DRAVAudioFormat>(*format);
+    return DRAVResult(kDRAVResultOk);
+}
+
+std::shared_ptr<DRAVAudioFormat> DRAVAudioBuffer::GetAudioFormat() const
+{
+    return std::dynamic_pointer_cast<DRAVAudioFormat>(format_);
+}
+
+int64_t DRAVAudioBuffer::GetNumSamples() const
+{
+    const auto format = GetAudioFormat();
+    if (!format || format->GetBytesPerFrame() <= 0)
+    {
+        return 0;
+    }
+    return GetUsedBufferSize() * format->GetNumChannels() / format->GetBytesPerFrame();
+}
+
+DRAVResult DRAVAudioBuffer::CopyToInt16(std::shared_ptr<DRAVAudioBuffer>* out)
+{
+    return CopyBuffer(out, kDRAVAudioSampleTypeInt16);
+}
+
+DRAVResult DRAVAudioBuffer::CopyToFloat(std::shared_ptr<DRAVAudioBuffer>* out)
+{
+    return CopyBuffer(out, kDRAVAudioSampleTypeFloat);
+}
+
+DRAVResult DRAVAudioBuffer::CopyBuffer(std::shared_ptr<DRAVAudioBuffer>* out, DRAVAudioSampleType sampleType)
+{
+    std::lock_guard<std::recursive_mutex> lock(helperMutex_);
+    if (!helper_)
+    {
+        helper_ = std::make_shared<DRAVAudioBufferHelper>(getFriendlyName());
+        helper_->InitWithParent(weak_from_this());
+    }
+    return helper_->CopyBuffer(out, sampleType);
+}

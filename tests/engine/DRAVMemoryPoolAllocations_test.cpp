@@ -1,0 +1,269 @@
+// Counts every heap call of this process, to show that the pool's steady path
+// makes none. Without a sanitizer the malloc family and the global operator
+// new/delete are replaced here; under AddressSanitizer (which owns malloc)
+// its allocator hooks count instead, and operator new/delete still are ours.
+#include <gtest/gtest.h>
+#include <malloc.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+#include <vector>
+
+#include "engine/DRAVBufferRAM.h"
+#include "engine/DRAVMemoryPoolRAM.h"
+
+namespace
+{
+std::atomic<bool> gCounting{false};
+std::atomic<int64_t> gHeapCalls{0};
+
+void CountHeapCall()
+{
+    if (gCounting.load(std::memory_order_relaxed))
+    {
+        gHeapCalls.fetch_add(1, std::memory_order_relaxed);
+    }
+}
+
+void KeepAlive(void* p)
+{
+    asm volatile("" : : "r"(p) : "memory");
+}
+}  // namespace
+
+#if defined(__SANITIZE_ADDRESS__)
+extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*malloc_hook)(const volatile void*, size_t),
+                                                         void (*free_hook)(const volatile void*));
+namespace
+{
+void MallocHook(const volatile void*, size_t)
+{
+    CountHeapCall();
+}
+void FreeHook(const volatile void*)
+{
+    CountHeapCall();
+}
+const int gHooksInstalled = __sanitizer_install_malloc_and_free_hooks(MallocHook, FreeHook);
+}  // namespace
+#define TIDEMIX_HEAP_FROM_MALLOC(size) malloc(size)
+#define TIDEMIX_HEAP_FREE(p) free(p)
+#else
+extern "C"
+{
+    void* __libc_malloc(size_t size);
+    void __libc_free(void* p);
+    void* __libc_calloc(size_t count, size_t size);
+    void* __libc_realloc(void* p, size_t size);
+    void* __libc_memalign(size_t alignment, size_t size);
+
+    void* malloc(size_t size)
+    {
+        CountHeapCall();
+        return __libc_malloc(size);
+    }
+    void free(void* p)
+    {
+        if (p != nullptr)
+        {
+            CountHeapCall();
+        }
+        __libc_free(p);
+    }
+    void* calloc(size_t count, size_t size)
+    {
+        CountHeapCall();
+        return __libc_calloc(count, size);
+    }
+    void* realloc(void* p, size_t size)
+    {
+        CountHeapCall();
+        return __libc_realloc(p, size);
+    }
+    void* memalign(size_t alignment, size_t size)
+    {
+        CountHeapCall();
+        return __libc_memalign(alignment, size);
+    }
+    void* aligned_alloc(size_t alignment, size_t size)
+    {
+        CountHeapCall();
+        return __libc_memalign(alignment, size);
+    }
+    int posix_memalign(void** out, size_t alignment, size_t size)
+    {
+        CountHeapCall();
+        void* p = __libc_memalign(alignment, size);
+        if (p == nullptr)
+        {
+            return ENOMEM;
+        }
+        *out = p;
+        return 0;
+    }
+}
+namespace
+{
+const int gHooksInstalled = 1;
+}
+#define TIDEMIX_HEAP_FROM_MALLOC(size) __libc_malloc(size)
+#define TIDEMIX_HEAP_FREE(p) __libc_free(p)
+#endif
+
+// operator new and delete are counted in every build.
+void* operator new(size_t size)
+{
+    CountHeapCall();
+    void* p = TIDEMIX_HEAP_FROM_MALLOC(size == 0 ? 1 : size);
+    if (p == nullptr)
+    {
+        throw std::bad_alloc();
+    }
+    return p;
+}
+void* operator new[](size_t size)
+{
+    return operator new(size);
+}
+void operator delete(void* p) noexcept
+{
+    if (p != nullptr)
+    {
+        CountHeapCall();
+    }
+    TIDEMIX_HEAP_FREE(p);
+}
+void operator delete[](void* p) noexcept
+{
+    operator delete(p);
+}
+void operator delete(void* p, size_t) noexcept
+{
+    operator delete(p);
+}
+void operator delete[](void* p, size_t) noexcept
+{
+    operator delete(p);
+}
+
+namespace
+{
+// Counts the heap calls made by `body`.
+template <class Body>
+int64_t HeapCallsDuring(Body&& body)
+{
+    gHeapCalls.store(0);
+    gCounting.store(true);
+    body();
+    gCounting.store(false);
+    return gHeapCalls.load();
+}
+
+TEST(DRAVMemoryPoolAllocations, CounterSeesEveryKindOfHeapCall)
+{
+    ASSERT_NE(gHooksInstalled, 0);
+    EXPECT_EQ(HeapCallsDuring(
+                  []
+                  {
+                      void* p = malloc(100);
+                      KeepAlive(p);
+                      free(p);
+                  }),
+              2);
+    EXPECT_EQ(HeapCallsDuring(
+                  []
+                  {
+                      int* p = new int(3);
+                      KeepAlive(p);
+                      delete p;
+                  }),
+              2);
+    EXPECT_GE(HeapCallsDuring(
+                  []
+                  {
+                      uint8_t* p = DRAVMemoryPoolRAM::AllocateAligned(4096);
+                      KeepAlive(p);
+                      DRAVMemoryPoolRAM::FreeAligned(p);
+                  }),
+              2);
+}
+
+TEST(DRAVMemoryPoolAllocations, SteadyGetAndFreeMakeNoHeapCall)
+{
+    DRAVMemoryPoolRAM pool(kMemoryPoolRAMName, kMaxRAMPoolItems, kMaxRAMPoolSizeMB);
+    const std::string owners[] = {"a source whose name is long enough to leave the small string store",
+                                  "mixer"};
+    const int64_t sizes[] = {7680, 3840, 1920};
+    auto round = [&]
+    {
+        std::vector<uint8_t*> held;
+        held.reserve(64);
+        for (int i = 0; i < 12; ++i)
+        {
+            held.push_back(pool.GetBuffer(owners[i % 2], sizes[i % 3], true));
+        }
+        for (uint8_t* p : held)
+        {
+            pool.FreeBuffer(p);
+        }
+    };
+    round();  // warm-up: the pool makes its items
+    const int64_t itemsAfterWarmUp = pool.GetNumItems();
+
+    std::vector<uint8_t*> held;
+    held.reserve(64);
+    const int64_t calls = HeapCallsDuring(
+        [&]
+        {
+            for (int iteration = 0; iteration < 1000; ++iteration)
+            {
+                for (int i = 0; i < 12; ++i)
+                {
+                    held.push_back(pool.GetBuffer(owners[i % 2], sizes[i % 3], true));
+                }
+                for (uint8_t* p : held)
+                {
+                    pool.FreeBuffer(p);
+                }
+                held.clear();
+            }
+        });
+    EXPECT_EQ(calls, 0);
+    EXPECT_EQ(pool.GetNumItems(), itemsAfterWarmUp);
+}
+
+TEST(DRAVMemoryPoolAllocations, StorageOnTheStackReusesThePool)
+{
+    auto pool = std::make_shared<DRAVMemoryPoolRAM>(kMemoryPoolRAMName, kMaxRAMPoolItems, kMaxRAMPoolSizeMB);
+    {
+        DRAVBufferRAM warmUp("mix", 7680, pool);
+    }
+    const int64_t calls = HeapCallsDuring(
+        [&]
+        {
+            for (int i = 0; i < 1000; ++i)
+            {
+                DRAVBufferRAM storage("mix", 7680, pool);
+                KeepAlive(storage.GetData());
+            }
+        });
+    EXPECT_EQ(calls, 0);
+}
+
+TEST(DRAVMemoryPoolAllocations, AFullPoolGoesToTheHeap)
+{
+    DRAVMemoryPoolRAM pool("small", 1, 1);
+    uint8_t* inPool = pool.GetBuffer("a", 100, true);
+    uint8_t* outside = nullptr;
+    const int64_t calls = HeapCallsDuring(
+        [&]
+        {
+            outside = pool.GetBuffer("b", 100, true);
+            pool.FreeBuffer(outside);
+        });
+    EXPECT_GE(calls, 2) << "the counter must see the allocation outside the pool and its release";
+    pool.FreeBuffer(inPool);
+}
+}  // namespace
