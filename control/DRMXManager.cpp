@@ -119,7 +119,9 @@ DRAVResult DRMXManager::Init(const std::string& /*logFile: nothing here opens it
     {
         result = engine->Init();
     }
-    engine->DisableAutoDefaultAudioSelection();
+    DRAVEngineSettings engineSettings = engine->GetEngineSettings();
+    engineSettings.autoDefaultAudioSelection = false;
+    engine->SetEngineSettings(engineSettings, false, false);
     engine->LoadEngineSettings(DRAVGetAppDataDirectory(true));
 
     if (result.Succeeded())
