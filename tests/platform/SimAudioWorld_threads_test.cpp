@@ -1,0 +1,742 @@
+#include "platform/sim/SimAudioWorld.h"
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <condition_variable>
+#include <cstdio>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "platform/HostTime.h"
+#include "platform/sim/SimWavFile.h"
+#include "support/SimAudioAnalysis.h"
+
+namespace tidemix::platform::sim
+{
+namespace
+{
+using namespace std::chrono_literals;
+
+// Polls a condition for up to a generous time: the machine may be loaded.
+template <typename Predicate>
+bool WaitFor(Predicate predicate, std::chrono::milliseconds limit = 10s)
+{
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (std::chrono::steady_clock::now() < end)
+    {
+        if (predicate())
+        {
+            return true;
+        }
+        std::this_thread::sleep_for(2ms);
+    }
+    return predicate();
+}
+
+// Collects capture packets on the device thread without allocating: the
+// sample store is reserved up front and each channel is kept as float.
+class CaptureCollector
+{
+public:
+    CaptureCollector(DeviceStreamFormat format, size_t maxFrames) : format_(format), maxFrames_(maxFrames)
+    {
+        channels_.assign(format.channels, std::vector<float>(maxFrames));
+    }
+
+    void operator()(const CapturePacket& packet)
+    {
+        const int64_t arrival = HostTimeNanoseconds();
+        std::lock_guard guard(lock_);
+        if (packetCount_ == 0)
+        {
+            firstStamp_ = packet.hostTimeNanoseconds;
+            firstArrival_ = arrival;
+        }
+        else
+        {
+            // Frames from the first packet's first frame to this one's.
+            framesAfterFirst_ += previousFrames_;
+            lastStamp_ = packet.hostTimeNanoseconds;
+            lastArrival_ = arrival;
+        }
+        if (packet.hostTimeNanoseconds > arrival)
+        {
+            stampInFuture_ = true;
+        }
+        previousFrames_ = packet.frames;
+        minFrames_ = std::min(minFrames_, packet.frames);
+        maxPacket_ = std::max(maxPacket_, packet.frames);
+        bufferCountOk_ = bufferCountOk_ && packet.bufferCount == format_.BufferCount();
+        for (uint32_t i = 0; i < packet.frames && frames_ < maxFrames_; ++i, ++frames_)
+        {
+            for (uint32_t c = 0; c < format_.channels; ++c)
+            {
+                channels_[c][frames_] = Sample(packet, c, i);
+            }
+        }
+        ++packetCount_;
+    }
+
+    float Sample(const CapturePacket& packet, uint32_t channel, uint32_t frame) const
+    {
+        const void* buffer = packet.buffers[format_.interleaved ? 0 : channel];
+        const size_t index = format_.interleaved ? frame * format_.channels + channel : frame;
+        if (format_.encoding == SampleEncoding::Float32)
+        {
+            return static_cast<const float*>(buffer)[index];
+        }
+        return static_cast<const int16_t*>(buffer)[index] / 32768.0f;
+    }
+
+    uint64_t Packets()
+    {
+        std::lock_guard guard(lock_);
+        return packetCount_;
+    }
+
+    std::vector<float> Channel(uint32_t c)
+    {
+        std::lock_guard guard(lock_);
+        return std::vector<float>(channels_[c].begin(),
+                                  channels_[c].begin() + static_cast<std::ptrdiff_t>(frames_));
+    }
+
+    DeviceStreamFormat format_;
+    size_t maxFrames_;
+    std::mutex lock_;
+    std::vector<std::vector<float>> channels_;
+    size_t frames_ = 0;
+    uint64_t packetCount_ = 0;
+    uint64_t framesAfterFirst_ = 0;
+    uint32_t previousFrames_ = 0;
+    int64_t firstStamp_ = 0, lastStamp_ = 0, firstArrival_ = 0, lastArrival_ = 0;
+    uint32_t minFrames_ = UINT32_MAX;
+    uint32_t maxPacket_ = 0;
+    bool stampInFuture_ = false;
+    bool bufferCountOk_ = true;
+};
+
+std::string TempWav(const char* name)
+{
+    return std::string(::testing::TempDir()) + name + std::to_string(getpid()) + ".wav";
+}
+}  // namespace
+
+TEST(SimAudioWorld, CaptureDeliversTheSignalAtTheSkewedRate)
+{
+    SimAudioWorld world;
+    DeviceStreamFormat format{48000, 2, SampleEncoding::Float32, true};
+    SimDeviceSpec spec = SimDeviceSpec::Microphone("mic-1", "Desk Mic", format);
+    spec.packetFrames = 480;
+    spec.skewPpm = 20000.0;  // 2% fast: big enough to tell from scheduling noise
+    spec.signal = SimSignal::Sines({{1000.0, 0.5}, {250.0, 0.125}});
+    const uint32_t id = world.AddDevice(spec);
+
+    CaptureCollector collector(format, 48000 * 4);
+    auto stream = world.OpenCapture(id, std::ref(collector));
+    ASSERT_NE(stream, nullptr);
+    EXPECT_EQ(stream->Format(), format);
+    ASSERT_TRUE(stream->Start().Succeeded());
+    ASSERT_TRUE(WaitFor([&] { return collector.Packets() >= 150; }));
+    stream->Stop();
+
+    std::lock_guard guard(collector.lock_);
+    // The stamps follow the device's clock exactly: 48960 frames per host second.
+    const double stampedRate =
+        collector.framesAfterFirst_ * 1e9 / double(collector.lastStamp_ - collector.firstStamp_);
+    EXPECT_NEAR(stampedRate, 48960.0, 2.0);
+    // The deliveries keep that pace against the host clock, within scheduling noise.
+    const double deliveredRate =
+        collector.framesAfterFirst_ * 1e9 / double(collector.lastArrival_ - collector.firstArrival_);
+    EXPECT_NEAR(deliveredRate, 48960.0, 48960.0 * 0.05);
+    EXPECT_FALSE(collector.stampInFuture_);
+    EXPECT_TRUE(collector.bufferCountOk_);
+    EXPECT_EQ(collector.minFrames_, 480u);
+    EXPECT_EQ(collector.maxPacket_, 480u);
+    std::vector<float> left(collector.channels_[0].begin(), collector.channels_[0].begin() + 48000);
+    std::vector<float> right(collector.channels_[1].begin(), collector.channels_[1].begin() + 48000);
+    // The content is at the nominal rate; only the clock runs fast.
+    EXPECT_NEAR(test::ZeroCrossingFrequency(left, 48000), 1000.0, 1.0);
+    EXPECT_NEAR(test::ZeroCrossingFrequency(right, 48000), 250.0, 1.0);
+    EXPECT_NEAR(test::Rms(left), 0.5 / std::sqrt(2.0), 2e-3);
+    EXPECT_NEAR(test::Rms(right), 0.125 / std::sqrt(2.0), 2e-3);
+}
+
+TEST(SimAudioWorld, PlanarInt16DeviceDeliversOneBufferPerChannel)
+{
+    SimAudioWorld world;
+    DeviceStreamFormat format{44100, 3, SampleEncoding::Int16, false};
+    SimDeviceSpec spec = SimDeviceSpec::Microphone("mic-2", "Line In", format);
+    spec.packetFrames = 441;
+    spec.skewPpm = -20000.0;
+    spec.signal = SimSignal::Sines({{441.0, 0.9}, {882.0, 0.3}, {100.0, 0.05}});
+    const uint32_t id = world.AddDevice(spec);
+    CaptureCollector collector(format, 44100 * 2);
+    auto stream = world.OpenCapture(id, std::ref(collector));
+    ASSERT_TRUE(stream->Start().Succeeded());
+    ASSERT_TRUE(WaitFor([&] { return collector.Packets() >= 110; }));
+    stream->Stop();
+    std::lock_guard guard(collector.lock_);
+    const double stampedRate =
+        collector.framesAfterFirst_ * 1e9 / double(collector.lastStamp_ - collector.firstStamp_);
+    EXPECT_NEAR(stampedRate, 44100.0 * 0.98, 2.0);
+    EXPECT_TRUE(collector.bufferCountOk_);
+    std::vector<std::vector<float>> ch;
+    for (uint32_t c = 0; c < 3; ++c)
+    {
+        ch.emplace_back(collector.channels_[c].begin(), collector.channels_[c].begin() + 44100);
+    }
+    EXPECT_NEAR(test::ZeroCrossingFrequency(ch[0], 44100), 441.0, 1.0);
+    EXPECT_NEAR(test::ZeroCrossingFrequency(ch[1], 44100), 882.0, 1.0);
+    EXPECT_NEAR(test::ZeroCrossingFrequency(ch[2], 44100), 100.0, 1.0);
+    EXPECT_NEAR(test::Peak(ch[0]), 0.9, 1e-3);
+    EXPECT_NEAR(test::Peak(ch[2]), 0.05, 1e-3);
+}
+
+TEST(SimAudioWorld, TwoStreamsOnOneDeviceHearTheSamePackets)
+{
+    SimAudioWorld world;
+    DeviceStreamFormat format{48000, 1, SampleEncoding::Float32, true};
+    SimDeviceSpec spec = SimDeviceSpec::Microphone("mic-3", "Mono", format);
+    spec.signal = SimSignal::Noise(7, 0.5);
+    const uint32_t id = world.AddDevice(spec);
+    CaptureCollector a(format, 48000), b(format, 48000);
+    auto first = world.OpenCapture(id, std::ref(a));
+    auto second = world.OpenCapture(id, std::ref(b));
+    // Start both inside one round: stop the device's clock with a stall first.
+    SimDeviceFaults stalled;
+    stalled.stalled = true;
+    world.SetFaults(id, stalled);
+    ASSERT_TRUE(first->Start().Succeeded());
+    ASSERT_TRUE(second->Start().Succeeded());
+    world.SetFaults(id, {});
+    ASSERT_TRUE(WaitFor([&] { return a.Packets() >= 20 && b.Packets() >= 20; }));
+    first->Stop();
+    second->Stop();
+    const auto x = a.Channel(0);
+    const auto y = b.Channel(0);
+    const size_t n = std::min(x.size(), y.size());
+    ASSERT_GT(n, 0u);
+    EXPECT_TRUE(std::equal(x.begin(), x.begin() + static_cast<std::ptrdiff_t>(n), y.begin()));
+}
+
+TEST(SimAudioWorld, RemovingADeviceStopsItsCallbacksAndFiresTheListener)
+{
+    SimAudioWorld world;
+    std::atomic<int> listChanges{0};
+    const ListenerToken token = world.AddDeviceListListener([&] { listChanges.fetch_add(1); });
+    ASSERT_NE(token, 0u);
+    const uint32_t id = world.AddDevice(SimDeviceSpec::Microphone("mic-4", "USB Mic"));
+    world.FlushNotifications();
+    EXPECT_EQ(listChanges.load(), 1);
+    ASSERT_EQ(world.Devices().size(), 1u);
+    EXPECT_EQ(world.Devices()[0].uid, "mic-4");
+
+    std::atomic<uint64_t> callbacks{0};
+    std::atomic<bool> removed{false};
+    std::atomic<bool> calledAfterRemoval{false};
+    auto stream = world.OpenCapture(id,
+                                    [&](const CapturePacket&)
+                                    {
+                                        if (removed.load())
+                                        {
+                                            calledAfterRemoval.store(true);
+                                        }
+                                        callbacks.fetch_add(1);
+                                    });
+    ASSERT_TRUE(stream->Start().Succeeded());
+    ASSERT_TRUE(WaitFor([&] { return callbacks.load() >= 5; }));
+    ASSERT_TRUE(world.RemoveDevice(id));
+    removed.store(true);
+    const uint64_t atRemoval = callbacks.load();
+    std::this_thread::sleep_for(100ms);
+    EXPECT_EQ(callbacks.load(), atRemoval);
+    EXPECT_FALSE(calledAfterRemoval.load());
+    EXPECT_FALSE(stream->Start().Succeeded());
+    stream->Stop();  // harmless on a gone device
+    world.FlushNotifications();
+    EXPECT_EQ(listChanges.load(), 2);
+    EXPECT_TRUE(world.Devices().empty());
+    EXPECT_FALSE(world.RemoveDevice(id));
+    EXPECT_EQ(world.OpenCapture(id, [](const CapturePacket&) {}), nullptr);
+
+    world.RemoveListener(token);
+    world.AddDevice(SimDeviceSpec::Microphone("mic-5", "Other"));
+    world.FlushNotifications();
+    EXPECT_EQ(listChanges.load(), 2);
+}
+
+TEST(SimAudioWorld, DefaultOutputFollowsAdditionsRemovalsAndChoice)
+{
+    SimAudioWorld world;
+    std::atomic<int> defaultChanges{0};
+    world.AddDefaultOutputListener([&] { defaultChanges.fetch_add(1); });
+    EXPECT_FALSE(world.DefaultOutput().has_value());
+    EXPECT_EQ(world.OpenPlayback(0, [](const PlaybackRequest&) {}), nullptr);
+    const uint32_t mic = world.AddDevice(SimDeviceSpec::Microphone("m", "Mic"));
+    const uint32_t a = world.AddDevice(SimDeviceSpec::Speaker("a", "Speakers"));
+    const uint32_t b = world.AddDevice(SimDeviceSpec::Speaker("b", "Headphones"));
+    EXPECT_EQ(world.DefaultOutput(), a);
+    EXPECT_FALSE(world.SetDefaultOutput(mic));
+    EXPECT_TRUE(world.SetDefaultOutput(b));
+    EXPECT_EQ(world.DefaultOutput(), b);
+    world.RemoveDevice(b);
+    EXPECT_EQ(world.DefaultOutput(), a);
+    world.RemoveDevice(a);
+    EXPECT_FALSE(world.DefaultOutput().has_value());
+    world.FlushNotifications();
+    EXPECT_EQ(defaultChanges.load(), 4);
+}
+
+TEST(SimAudioWorld, PlaybackRecordingHoldsWhatWasPlayedAfterVolume)
+{
+    SimAudioWorld world;
+    DeviceStreamFormat format{48000, 2, SampleEncoding::Float32, false};
+    const uint32_t id = world.AddDevice(SimDeviceSpec::Speaker("spk", "Speakers", format));
+    ASSERT_TRUE(world.StartRecording(id, 5.0));
+    std::atomic<uint32_t> next{0};
+    auto stream = world.OpenPlayback(0,
+                                     [&](const PlaybackRequest& request)
+                                     {
+                                         // Channel 0 a running count, channel 1 its negative: a gap or a
+                                         // repeat shows in the recording.
+                                         uint32_t n = next.load(std::memory_order_relaxed);
+                                         auto* left = static_cast<float*>(request.buffers[0]);
+                                         auto* right = static_cast<float*>(request.buffers[1]);
+                                         for (uint32_t i = 0; i < request.frames; ++i, ++n)
+                                         {
+                                             left[i] = static_cast<float>(n % 1000) / 1000.0f;
+                                             right[i] = -left[i];
+                                         }
+                                         next.store(n, std::memory_order_relaxed);
+                                     });
+    ASSERT_NE(stream, nullptr);
+    EXPECT_EQ(stream->Format(), format);
+    stream->SetVolume(0.5f);
+    EXPECT_EQ(stream->Volume(), 0.5f);
+    ASSERT_TRUE(stream->Start().Succeeded());
+    ASSERT_TRUE(WaitFor([&] { return next.load() >= 9600; }));
+    stream->Stop();
+    world.StopRecording(id);
+    auto recorder = world.Recording(id);
+    ASSERT_NE(recorder, nullptr);
+    const SimSound sound = recorder->Snapshot();
+    EXPECT_EQ(sound.channels, 2u);
+    ASSERT_EQ(sound.Frames(), next.load());
+    for (size_t i = 0; i < sound.Frames(); ++i)
+    {
+        const float expected = 0.5f * static_cast<float>(i % 1000) / 1000.0f;
+        ASSERT_FLOAT_EQ(sound.samples[2 * i], expected) << i;
+        ASSERT_FLOAT_EQ(sound.samples[2 * i + 1], -expected) << i;
+    }
+    const std::string path = TempWav("recording");
+    ASSERT_TRUE(world.SaveRecording(id, path, SampleEncoding::Float32).Succeeded());
+    SimSound fromFile;
+    ASSERT_TRUE(SimWavFile::Read(path, fromFile).Succeeded());
+    EXPECT_EQ(fromFile.samples, sound.samples);
+    std::remove(path.c_str());
+}
+
+TEST(SimAudioWorld, TwoPlaybackStreamsOnOneDeviceAreMixed)
+{
+    SimAudioWorld world;
+    DeviceStreamFormat format{48000, 1, SampleEncoding::Int16, true};
+    const uint32_t id = world.AddDevice(SimDeviceSpec::Speaker("spk", "Speakers", format));
+    ASSERT_TRUE(world.StartRecording(id, 5.0));
+    auto constant = [](int16_t value)
+    {
+        return [value](const PlaybackRequest& request)
+        {
+            auto* out = static_cast<int16_t*>(request.buffers[0]);
+            std::fill(out, out + request.frames, value);
+        };
+    };
+    SimDeviceFaults stalled;
+    stalled.stalled = true;
+    world.SetFaults(id, stalled);
+    auto a = world.OpenPlayback(id, constant(8192));   // 0.25
+    auto b = world.OpenPlayback(id, constant(-4096));  // -0.125
+    ASSERT_TRUE(a->Start().Succeeded());
+    ASSERT_TRUE(b->Start().Succeeded());
+    world.SetFaults(id, {});
+    ASSERT_TRUE(WaitFor([&] { return world.Recording(id)->Frames() >= 4800; }));
+    a->Stop();
+    b->Stop();
+    const SimSound sound = world.Recording(id)->Snapshot();
+    ASSERT_GE(sound.Frames(), 4800u);
+    for (size_t i = 0; i < 4800; ++i)
+    {
+        ASSERT_FLOAT_EQ(sound.samples[i], 0.125f) << i;
+    }
+}
+
+TEST(SimAudioWorld, StopWhileCallbacksRunIsSafeAndFinal)
+{
+    SimAudioWorld world;
+    SimDeviceSpec spec = SimDeviceSpec::Microphone("mic", "Mic");
+    spec.packetFrames = 48;  // 1 ms packets: many callbacks race each stop
+    const uint32_t id = world.AddDevice(spec);
+    std::atomic<bool> stopped{false};
+    std::atomic<int> lateCalls{0};
+    std::atomic<int> calls{0};
+    auto stream = world.OpenCapture(id,
+                                    [&](const CapturePacket& packet)
+                                    {
+                                        if (stopped.load())
+                                        {
+                                            lateCalls.fetch_add(1);
+                                        }
+                                        volatile float sink = 0;
+                                        for (uint32_t i = 0; i < packet.frames; ++i)
+                                        {
+                                            sink = sink + static_cast<const float*>(packet.buffers[0])[i];
+                                        }
+                                        calls.fetch_add(1);
+                                    });
+    for (int round = 0; round < 50; ++round)
+    {
+        stopped.store(false);
+        ASSERT_TRUE(stream->Start().Succeeded());
+        const int before = calls.load();
+        ASSERT_TRUE(WaitFor([&] { return calls.load() > before; }));
+        stream->Stop();
+        stopped.store(true);
+        std::this_thread::sleep_for(1ms);
+    }
+    EXPECT_EQ(lateCalls.load(), 0);
+
+    // A callback that stops its own stream: it returns, and no call follows.
+    std::atomic<int> selfStopCalls{0};
+    std::unique_ptr<CaptureStream> selfStopping;
+    selfStopping = world.OpenCapture(id,
+                                     [&](const CapturePacket&)
+                                     {
+                                         selfStopCalls.fetch_add(1);
+                                         selfStopping->Stop();
+                                     });
+    ASSERT_TRUE(selfStopping->Start().Succeeded());
+    ASSERT_TRUE(WaitFor([&] { return selfStopCalls.load() >= 1; }));
+    std::this_thread::sleep_for(50ms);
+    EXPECT_EQ(selfStopCalls.load(), 1);
+}
+
+TEST(SimAudioWorld, StalledDeviceStopsCallingBackAndResumes)
+{
+    SimAudioWorld world;
+    const uint32_t id = world.AddDevice(SimDeviceSpec::Microphone("mic", "Mic"));
+    std::atomic<int> calls{0};
+    auto stream = world.OpenCapture(id, [&](const CapturePacket&) { calls.fetch_add(1); });
+    ASSERT_TRUE(stream->Start().Succeeded());
+    ASSERT_TRUE(WaitFor([&] { return calls.load() >= 3; }));
+    SimDeviceFaults faults;
+    faults.stalled = true;
+    ASSERT_TRUE(world.SetFaults(id, faults));
+    // Let a round that already began finish.
+    std::this_thread::sleep_for(50ms);
+    const int atStall = calls.load();
+    std::this_thread::sleep_for(150ms);
+    EXPECT_EQ(calls.load(), atStall);
+    ASSERT_TRUE(world.SetFaults(id, {}));
+    EXPECT_TRUE(WaitFor([&] { return calls.load() >= atStall + 3; }));
+    stream->Stop();
+}
+
+TEST(SimAudioWorld, IrregularPacketsVaryButKeepTheRate)
+{
+    SimAudioWorld world;
+    DeviceStreamFormat format{48000, 2, SampleEncoding::Float32, true};
+    SimDeviceSpec spec = SimDeviceSpec::Microphone("mic", "Mic", format);
+    spec.packetFrames = 256;
+    spec.faults.irregularPackets = true;
+    spec.faults.irregularSeed = 99;
+    spec.signal = SimSignal::Sine(500.0, 0.5);
+    const uint32_t id = world.AddDevice(spec);
+    CaptureCollector collector(format, 48000 * 3);
+    auto stream = world.OpenCapture(id, std::ref(collector));
+    ASSERT_TRUE(stream->Start().Succeeded());
+    ASSERT_TRUE(WaitFor([&] { return collector.Packets() >= 200; }));
+    stream->Stop();
+    std::lock_guard guard(collector.lock_);
+    EXPECT_GE(collector.minFrames_, 1u);
+    EXPECT_LT(collector.minFrames_, 200u);
+    EXPECT_LE(collector.maxPacket_, 512u);
+    EXPECT_GT(collector.maxPacket_, 300u);
+    const double stampedRate =
+        collector.framesAfterFirst_ * 1e9 / double(collector.lastStamp_ - collector.firstStamp_);
+    EXPECT_NEAR(stampedRate, 48000.0, 2.0);
+    // The signal runs on across packets of any size.
+    std::vector<float> left(collector.channels_[0].begin(), collector.channels_[0].begin() + 48000);
+    EXPECT_NEAR(test::ZeroCrossingFrequency(left, 48000), 500.0, 1.0);
+}
+
+TEST(SimAudioWorld, SlowCallbackDeviceCatchesUpOnTheHostClock)
+{
+    SimAudioWorld world;
+    SimDeviceSpec spec = SimDeviceSpec::Microphone("mic", "Mic");
+    spec.packetFrames = 480;                       // 10 ms
+    spec.faults.slowCallbackMicroseconds = 15000;  // each round takes longer than a packet...
+    const uint32_t id = world.AddDevice(spec);
+    std::atomic<uint64_t> frames{0};
+    auto stream = world.OpenCapture(id, [&](const CapturePacket& p) { frames.fetch_add(p.frames); });
+    const int64_t start = HostTimeNanoseconds();
+    ASSERT_TRUE(stream->Start().Succeeded());
+    std::this_thread::sleep_for(600ms);
+    stream->Stop();
+    const double seconds = (HostTimeNanoseconds() - start) * 1e-9;
+    // ...so the device falls behind: fewer frames than real time, but far
+    // more than nothing.
+    EXPECT_LT(frames.load(), static_cast<uint64_t>(48000 * seconds));
+    EXPECT_GT(frames.load(), static_cast<uint64_t>(48000 * 0.6 * 0.3));
+}
+
+TEST(SimAudioWorld, ChangedSignalAndFormatReachARunningStream)
+{
+    SimAudioWorld world;
+    DeviceStreamFormat stereo{48000, 2, SampleEncoding::Float32, true};
+    SimDeviceSpec spec = SimDeviceSpec::Microphone("mic", "Mic", stereo);
+    const uint32_t id = world.AddDevice(spec);
+    std::mutex lock;
+    float lastPeak = 0.0f;
+    uint32_t lastBufferCount = 0;
+    auto stream = world.OpenCapture(id,
+                                    [&](const CapturePacket& p)
+                                    {
+                                        float peak = 0.0f;
+                                        const float* samples = static_cast<const float*>(p.buffers[0]);
+                                        for (uint32_t i = 0; i < p.frames; ++i)
+                                        {
+                                            peak = std::max(peak, std::fabs(samples[i]));
+                                        }
+                                        std::lock_guard guard(lock);
+                                        lastPeak = peak;
+                                        lastBufferCount = p.bufferCount;
+                                    });
+    ASSERT_TRUE(stream->Start().Succeeded());
+    auto peak = [&]
+    {
+        std::lock_guard guard(lock);
+        return lastPeak;
+    };
+    ASSERT_TRUE(WaitFor([&] { return world.PacketsDelivered(id, SimDirection::Input) >= 2; }));
+    EXPECT_EQ(peak(), 0.0f);
+    world.SetSignal(id, SimSignal::Sine(1000.0, 0.75));
+    EXPECT_TRUE(WaitFor([&] { return std::fabs(peak() - 0.75f) < 0.01f; }));
+    DeviceStreamFormat planar{48000, 2, SampleEncoding::Float32, false};
+    ASSERT_TRUE(world.SetInputFormat(id, planar));
+    EXPECT_EQ(stream->Format(), planar);
+    EXPECT_EQ(world.Device(id)->inputFormat, planar);
+    EXPECT_TRUE(WaitFor(
+        [&]
+        {
+            std::lock_guard guard(lock);
+            return lastBufferCount == 2;
+        }));
+    EXPECT_FALSE(world.SetOutputFormat(id, planar));  // no output side
+    stream->Stop();
+}
+
+TEST(SimAudioWorld, PlaybackMovesToAnotherDeviceWhileRunning)
+{
+    SimAudioWorld world;
+    DeviceStreamFormat mono{48000, 1, SampleEncoding::Float32, true};
+    const uint32_t a = world.AddDevice(SimDeviceSpec::Speaker("a", "A", mono));
+    const uint32_t b = world.AddDevice(SimDeviceSpec::Speaker("b", "B", mono));
+    world.StartRecording(a, 10.0);
+    world.StartRecording(b, 10.0);
+    auto stream = world.OpenPlayback(a,
+                                     [](const PlaybackRequest& r) {
+                                         std::fill(static_cast<float*>(r.buffers[0]),
+                                                   static_cast<float*>(r.buffers[0]) + r.frames, 0.5f);
+                                     });
+    ASSERT_TRUE(stream->Start().Succeeded());
+    ASSERT_TRUE(WaitFor([&] { return world.Recording(a)->Frames() >= 960; }));
+    ASSERT_TRUE(stream->MoveTo(b).Succeeded());
+    ASSERT_TRUE(WaitFor([&] { return world.Recording(b)->Frames() >= 960; }));
+    // A has no stream left: its clock idles.
+    const size_t aFramesAtMove = world.Recording(a)->Frames();
+    std::this_thread::sleep_for(50ms);
+    EXPECT_EQ(world.Recording(a)->Frames(), aFramesAtMove);
+    EXPECT_EQ(test::Peak(world.Recording(a)->Snapshot().samples), 0.5);
+    const SimSound bSound = world.Recording(b)->Snapshot();
+    EXPECT_EQ(test::Peak(bSound.samples), 0.5);
+    EXPECT_FALSE(stream->MoveTo(12345).Succeeded());
+    stream->Stop();
+}
+
+TEST(SimAudioWorld, ListenerRemovalWaitsForARunningCall)
+{
+    SimAudioWorld world;
+    std::atomic<bool> inside{false};
+    std::atomic<bool> release{false};
+    std::atomic<int> calls{0};
+    const ListenerToken token = world.AddDeviceListListener(
+        [&]
+        {
+            inside.store(true);
+            while (!release.load())
+            {
+                std::this_thread::sleep_for(1ms);
+            }
+            calls.fetch_add(1);
+            inside.store(false);
+        });
+    world.AddDevice(SimDeviceSpec::Microphone("m", "M"));
+    ASSERT_TRUE(WaitFor([&] { return inside.load(); }));
+    std::atomic<bool> removed{false};
+    std::thread remover(
+        [&]
+        {
+            world.RemoveListener(token);
+            removed.store(true);
+        });
+    std::this_thread::sleep_for(50ms);
+    EXPECT_FALSE(removed.load());
+    release.store(true);
+    remover.join();
+    EXPECT_FALSE(inside.load());
+    world.AddDevice(SimDeviceSpec::Microphone("n", "N"));
+    world.FlushNotifications();
+    EXPECT_EQ(calls.load(), 1);
+}
+
+TEST(SimAudioWorld, PublishesTheVirtualDriversDevices)
+{
+    SimAudioWorld world;
+    const auto ids = world.PublishVirtualDevices();
+    ASSERT_EQ(ids.size(), 10u);
+    const auto stream = world.Device(ids[9]);
+    ASSERT_TRUE(stream.has_value());
+    EXPECT_EQ(stream->name, "Tidemix Stream");
+    EXPECT_EQ(stream->uid, "DrovaneTidemixStream");
+    EXPECT_EQ(world.Device(ids[8])->name, "Tidemix Monitor");
+    EXPECT_EQ(world.Device(ids[3])->name, "Tidemix Voice Chat");
+    EXPECT_EQ(world.Device(ids[0])->uid, "DrovaneTidemixCh1");
+    for (const auto& info : world.Devices())
+    {
+        EXPECT_EQ(info.transport, AudioTransport::Virtual);
+        EXPECT_GT(info.inputStreams, 0u);
+        EXPECT_GT(info.outputStreams, 0u);
+        EXPECT_EQ(std::to_string(info.id), std::to_string(info.id));
+    }
+}
+
+TEST(SimAudioWorld, StreamsOutliveTheWorldSafely)
+{
+    std::unique_ptr<CaptureStream> capture;
+    std::unique_ptr<PlaybackStream> playback;
+    std::atomic<int> calls{0};
+    {
+        SimAudioWorld world;
+        const uint32_t id = world.AddDevice(SimDeviceSpec::Duplex("d", "Duplex"));
+        capture = world.OpenCapture(id, [&](const CapturePacket&) { calls.fetch_add(1); });
+        playback = world.OpenPlayback(id, [&](const PlaybackRequest&) { calls.fetch_add(1); });
+        ASSERT_TRUE(capture->Start().Succeeded());
+        ASSERT_TRUE(playback->Start().Succeeded());
+        ASSERT_TRUE(WaitFor([&] { return calls.load() >= 4; }));
+    }
+    const int atEnd = calls.load();
+    std::this_thread::sleep_for(30ms);
+    EXPECT_EQ(calls.load(), atEnd);
+    EXPECT_FALSE(playback->MoveTo(1).Succeeded());
+    capture->Stop();
+    playback->Stop();
+}
+
+}  // namespace tidemix::platform::sim
+
+namespace tidemix::platform::sim
+{
+
+TEST(SimAudioWorld, VirtualDevicesLoopWhatIsPlayedBackToTheirInput)
+{
+    SimAudioWorld world;
+    const auto ids = world.PublishVirtualDevices();
+    const uint32_t music = ids[1];
+    ASSERT_EQ(world.Device(music)->name, "Tidemix Music");
+    const DeviceStreamFormat format = world.Device(music)->outputFormat;
+    ASSERT_TRUE(format.interleaved);
+    ASSERT_EQ(format.encoding, SampleEncoding::Float32);
+
+    // An application plays a 600 Hz tone to the channel...
+    double phase = 0.0;
+    auto player = world.OpenPlayback(
+        music,
+        [&, channels = format.channels](const PlaybackRequest& request)
+        {
+            float* out = static_cast<float*>(request.buffers[0]);
+            for (uint32_t i = 0; i < request.frames; ++i, phase += 2.0 * M_PI * 600.0 / 48000.0)
+            {
+                for (uint32_t c = 0; c < channels; ++c)
+                {
+                    out[i * channels + c] = static_cast<float>(0.4 * std::sin(phase));
+                }
+            }
+        });
+    player->SetVolume(0.5f);
+    // ...and the mixer captures from it.
+    CaptureCollector collector(world.Device(music)->inputFormat, 48000 * 3);
+    auto capture = world.OpenCapture(music, std::ref(collector));
+    ASSERT_TRUE(player->Start().Succeeded());
+    ASSERT_TRUE(capture->Start().Succeeded());
+    ASSERT_TRUE(WaitFor([&] { return collector.Packets() >= 150; }));
+    capture->Stop();
+    player->Stop();
+    std::vector<float> left = collector.Channel(0);
+    // Skip the start, where the two device threads find their pace.
+    left.erase(left.begin(), left.begin() + 9600);
+    left.resize(std::min<size_t>(left.size(), 48000));
+    ASSERT_GE(left.size(), 24000u);
+    EXPECT_NEAR(test::ZeroCrossingFrequency(left, 48000), 600.0, 3.0);
+    EXPECT_NEAR(test::Peak(left), 0.2, 0.01);
+
+    // Another channel, where nothing plays, is silent.
+    CaptureCollector quiet(world.Device(ids[0])->inputFormat, 48000);
+    auto other = world.OpenCapture(ids[0], std::ref(quiet));
+    ASSERT_TRUE(other->Start().Succeeded());
+    ASSERT_TRUE(WaitFor([&] { return quiet.Packets() >= 5; }));
+    other->Stop();
+    EXPECT_EQ(test::Peak(quiet.Channel(0)), 0.0);
+}
+
+}  // namespace tidemix::platform::sim
+
+namespace tidemix::platform::sim
+{
+
+TEST(SimAudioWorld, UnusableFormatsAndSizesAreRefused)
+{
+    SimAudioWorld world;
+    SimDeviceSpec spec = SimDeviceSpec::Microphone("m", "Mic", {48000, 0, SampleEncoding::Float32, true});
+    spec.packetFrames = 0;
+    const uint32_t id = world.AddDevice(spec);
+    EXPECT_EQ(world.Device(id)->inputFormat, DeviceStreamFormat{});
+    EXPECT_FALSE(world.SetInputFormat(id, {0, 2, SampleEncoding::Float32, true}));
+    EXPECT_FALSE(world.SetInputFormat(id, {48000, 65, SampleEncoding::Float32, true}));
+    EXPECT_FALSE(world.SetPacketFrames(id, 0));
+    EXPECT_FALSE(world.SetPacketFrames(id, 1u << 20));
+    EXPECT_FALSE(world.SetSkewPpm(id, 1e9));
+    EXPECT_FALSE(world.StartRecording(id, 1.0));  // no output
+    EXPECT_TRUE(world.SetInputFormat(id, {8000, 4, SampleEncoding::Int16, false}));
+    EXPECT_EQ(world.Device(id)->inputFormat, (DeviceStreamFormat{8000, 4, SampleEncoding::Int16, false}));
+    EXPECT_FALSE(world.SetInputFormat(9999, {}));
+    // A clamped packet size of 1 frame still runs.
+    std::atomic<int> calls{0};
+    auto stream = world.OpenCapture(id,
+                                    [&](const CapturePacket& p)
+                                    {
+                                        if (p.frames == 1 && p.bufferCount == 4)
+                                        {
+                                            calls.fetch_add(1);
+                                        }
+                                    });
+    ASSERT_TRUE(stream->Start().Succeeded());
+    EXPECT_TRUE(WaitFor([&] { return calls.load() >= 10; }));
+    stream->Stop();
+}
+
+}  // namespace tidemix::platform::sim

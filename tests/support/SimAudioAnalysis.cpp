@@ -1,0 +1,73 @@
+#include "support/SimAudioAnalysis.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace tidemix::test
+{
+
+double ZeroCrossingFrequency(const std::vector<float>& samples, double sampleRate)
+{
+    // Rising crossings between the first and the last one: whole periods only,
+    // so the estimate doesn't depend on where the window starts.
+    long first = -1;
+    long last = -1;
+    long crossings = 0;
+    for (size_t i = 1; i < samples.size(); ++i)
+    {
+        if (samples[i - 1] < 0.0f && samples[i] >= 0.0f)
+        {
+            if (first < 0)
+            {
+                first = static_cast<long>(i);
+            }
+            else
+            {
+                ++crossings;
+            }
+            last = static_cast<long>(i);
+        }
+    }
+    if (crossings == 0)
+    {
+        return 0.0;
+    }
+    return crossings * sampleRate / static_cast<double>(last - first);
+}
+
+double Rms(const std::vector<float>& samples)
+{
+    if (samples.empty())
+    {
+        return 0.0;
+    }
+    double sum = 0.0;
+    for (float s : samples)
+    {
+        sum += static_cast<double>(s) * s;
+    }
+    return std::sqrt(sum / static_cast<double>(samples.size()));
+}
+
+double Peak(const std::vector<float>& samples)
+{
+    double peak = 0.0;
+    for (float s : samples)
+    {
+        peak = std::max(peak, static_cast<double>(std::fabs(s)));
+    }
+    return peak;
+}
+
+std::vector<float> Deinterleave(const std::vector<float>& interleaved, uint32_t channels, uint32_t channel)
+{
+    std::vector<float> result;
+    result.reserve(interleaved.size() / channels);
+    for (size_t i = channel; i < interleaved.size(); i += channels)
+    {
+        result.push_back(interleaved[i]);
+    }
+    return result;
+}
+
+}  // namespace tidemix::test

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace tidemix::test
+{
+
+// Measurements of captured sound, for tests of the simulated audio world.
+// Samples are one channel's, in order.
+double ZeroCrossingFrequency(const std::vector<float>& samples, double sampleRate);
+double Rms(const std::vector<float>& samples);
+double Peak(const std::vector<float>& samples);
+// Channel `channel` of interleaved samples.
+std::vector<float> Deinterleave(const std::vector<float>& interleaved, uint32_t channels, uint32_t channel);
+
+}  // namespace tidemix::test
