@@ -9,6 +9,9 @@
 #include "control/DRMXOutputBase.h"
 #include "control/DRMXPlatformHooks.h"
 #include "control/DRMXProcessActivity.h"
+#include "control/DRMXValueNormalization.h"
+#include "microphones/DRMXMicrophoneConfigurable.h"
+#include "portable-core/DRAVPropertyNames.h"
 #include "engine/DRAVManager.h"
 #include "observers/DRMXDeviceObserverCoreAudio.h"
 #include "observers/appaudio/DRMXDeviceObserverAppAudio.h"
@@ -215,6 +218,8 @@ DRAVResult DRMXManager::LoadSettings()
     }
     settingsPath_ = (std::filesystem::path(folder) / SETTINGS_JSON_FILENAME).string();
 
+    // A load appends to the mixer lists: a second Init must start from empty ones.
+    settings_.ResetSettings();
     result = settings_.LoadSettings(settingsPath_);
     if (result != kDRAVResultErrCouldNotOpenFile)
     {
@@ -587,8 +592,8 @@ std::vector<DRMXOutputSelector> DRMXManager::GetAvailableOutputs(DRMXOutputType 
         return outputs;
     }
     std::string path;
-    const auto identifier = DRMXVirtualDeviceNames::VirtualDeviceIdentifiers().find(name);
-    if (identifier != DRMXVirtualDeviceNames::VirtualDeviceIdentifiers().end() && !identifier->second.empty())
+    const auto identifier = DRMXVirtualDeviceNames::VirtualDeviceIdentifiers.find(name);
+    if (identifier != DRMXVirtualDeviceNames::VirtualDeviceIdentifiers.end() && !identifier->second.empty())
     {
         path = identifier->second + "Out";
     }

@@ -12,7 +12,7 @@
 #include "observers/DRMXDeviceObserverBase.h"
 #include "observers/DRMXPowerStateObserverBase.h"
 #include "portable-core/CDplThreadMutex.h"
-#include "portable-core/KVObserver.h"
+#include "portable-core/KVObserverDelegate.h"
 #include "settings/DRMXSettings.h"
 
 // The one object the application talks to: it owns the settings, the two

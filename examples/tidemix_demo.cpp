@@ -98,7 +98,9 @@ int main(int argc, char** argv)
         return 2;
     }
 
-    if (options.configDir.empty())
+    // Without --config-dir the demo works in a scratch folder and removes it at the end.
+    const bool scratchFolder = options.configDir.empty();
+    if (scratchFolder)
     {
         options.configDir = "/tmp/tidemix-demo-" + std::to_string(getpid());
     }
@@ -148,9 +150,15 @@ int main(int argc, char** argv)
 
     printf("Deinit ...\n");
     manager->Deinit();
-    printf("Deinit: done; settings saved to %s\n", manager->GetSettingsPath().c_str());
+    std::error_code error;
+    const bool saved = std::filesystem::exists(manager->GetSettingsPath(), error);
+    printf("Deinit: done; settings file %s\n", saved ? "written" : "not written (nothing valid to keep yet)");
 
     DRAVSetLogHandler(nullptr);
     tidemix::platform::Platform::Use(nullptr);
+    if (scratchFolder)
+    {
+        std::filesystem::remove_all(options.configDir, error);
+    }
     return 0;
 }

@@ -10,6 +10,7 @@
 #include "settings/DRMXInputSelector.h"
 #include "settings/DRMXMicrophoneSettings.h"
 #include "settings/DRMXMixerConfiguration.h"
+#include "settings/DRMXMixerNodeSelector.h"
 #include "settings/DRMXOutputSelector.h"
 #include "settings/DRMXProductNames.h"
 #include "settings/DRMXSettingsTypes.h"
