@@ -22,6 +22,13 @@ constexpr uint32_t DRAVAudioSampleTypeBits(DRAVAudioSampleType type)
     return type == kDRAVAudioSampleTypeInt16 ? 16u : (type == kDRAVAudioSampleTypeFloat ? 32u : 0u);
 }
 
+// The sound library's sample type code for an engine sample type: 2 for
+// 16-bit integer, 6 for float, 0 for anything else.
+constexpr int32_t MapSampleType(DRAVAudioSampleType type)
+{
+    return type == kDRAVAudioSampleTypeInt16 ? 2 : (type == kDRAVAudioSampleTypeFloat ? 6 : 0);
+}
+
 // Interleaved PCM audio: rate, channels, channel mask and sample type.
 class DRAVAudioFormat : public DRAVMediaFormat
 {

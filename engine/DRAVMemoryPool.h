@@ -4,8 +4,10 @@
 #include <deque>
 #include <string>
 
+#include "engine/DRAVLogIntervals.h"
 #include "portable-core/CDplThreadMutex.h"
 #include "portable-core/DRAVLog.h"
+#include "portable-core/DRAVSlowLog.h"
 #include "portable-core/DRAVTime.h"
 
 // One block of memory the pool owns.
@@ -238,20 +240,14 @@ private:
     T AllocateOutsidePool(const S& size)
     {
         T memory = DoAlloc(size);
-        bool first = false;
+        if (memory != T{})
         {
-            CDplScopedLock lock(mutex_);
-            first = outsideAllocations_ == 0;
-            if (memory != T{})
             {
+                CDplScopedLock lock(mutex_);
                 ++outsideAllocations_;
             }
-        }
-        if (first && memory != T{})
-        {
-            // Once per pool: the overload is visible without flooding the log.
-            DRAVLogPrintf(kDbgPrintLevelWarning, "%s: pool is full (%d items), allocating outside the pool",
-                          name_.c_str(), maxItems_);
+            outsideLog_.Log(__func__, "%s: pool is full (%d items), allocating %lld bytes outside the pool",
+                            name_.c_str(), maxItems_, static_cast<long long>(size));
         }
         return memory;
     }
@@ -267,6 +263,7 @@ private:
     }
 
     std::string name_;
+    DRAVSlowLog outsideLog_{kSlowLogInterval1, kDbgPrintLevelWarning};
     int32_t maxItems_;
     int64_t maxTotalSizeMB_;
     std::deque<Item> items_;

@@ -150,6 +150,15 @@ void DRAVThreadedBufferQueue::ThreadProc(std::shared_ptr<WorkerControl> control)
     control->finished.store(true);
 }
 
+DRAVSlowLog& DRAVThreadedBufferQueue::Verbose(DRAVSlowLog& log)
+{
+    if (verbose_.load(std::memory_order_relaxed))
+    {
+        log.Force();
+    }
+    return log;
+}
+
 void DRAVThreadedBufferQueue::SendBuffer(const std::shared_ptr<DRAVMediaBuffer>& buffer)
 {
     if (lambda_)
@@ -255,7 +264,7 @@ DRAVResult DRAVThreadedBufferQueue::AddNonBlocking(const std::shared_ptr<DRAVMed
             queue_.erase(queue_.begin() + static_cast<std::ptrdiff_t>(index));
             ++droppedFrames_;
         }
-        logQueueFull_.Log(__func__, "Queue is full (max. %d) <%s>", maxItems_, name_.c_str());
+        Verbose(logQueueFull_).Log(__func__, "Queue is full (max. %d) <%s>", maxItems_, name_.c_str());
     }
     if (maxItems_ > 0)
     {
@@ -265,7 +274,7 @@ DRAVResult DRAVThreadedBufferQueue::AddNonBlocking(const std::shared_ptr<DRAVMed
     else
     {
         ++droppedFrames_;
-        logQueueFull_.Log(__func__, "Queue is full (max. %d) <%s>", maxItems_, name_.c_str());
+        Verbose(logQueueFull_).Log(__func__, "Queue is full (max. %d) <%s>", maxItems_, name_.c_str());
     }
     if (AskStrategy(buffer, true))
     {
@@ -409,9 +418,10 @@ DRAVResult DRAVThreadedBufferQueue::PullBuffer(const DRAVTimestamp& time,
     const DRAVTimestamp oldest = queue_.front()->GetTimestamp();
     if (time.Get() >= 0 && oldest > time)
     {
-        logNotAvailable_.Log(
-            __func__, "Requested frames not yet available (requested: %s - oldest: %s, TBQ size: %d) <%s>",
-            time.ToString().c_str(), oldest.ToString().c_str(), maxItems_, name_.c_str());
+        Verbose(logNotAvailable_)
+            .Log(__func__,
+                 "Requested frames not yet available (requested: %s - oldest: %s, TBQ size: %d) <%s>",
+                 time.ToString().c_str(), oldest.ToString().c_str(), maxItems_, name_.c_str());
         return DRAVResult(kDRAVResultErrNoData);
     }
     *out = queue_.front();
@@ -476,10 +486,11 @@ DRAVResult DRAVThreadedBufferQueue::DropBuffersBefore(const DRAVTimestamp& time)
         if (preserve && queue_.size() == 1)
         {
             queue_.front()->SetTimestamp(time);
-            logPreserved_.Log(
-                __func__, "Preserved last buffer with old timestamp: (first %s cur %s -> diff %.3f sec) <%s>",
-                first.ToString().c_str(), time.ToString().c_str(), SecondsBetween(first, time),
-                name_.c_str());
+            Verbose(logPreserved_)
+                .Log(__func__,
+                     "Preserved last buffer with old timestamp: (first %s cur %s -> diff %.3f sec) <%s>",
+                     first.ToString().c_str(), time.ToString().c_str(), SecondsBetween(first, time),
+                     name_.c_str());
             break;
         }
         queue_.pop_front();
@@ -487,9 +498,10 @@ DRAVResult DRAVThreadedBufferQueue::DropBuffersBefore(const DRAVTimestamp& time)
     }
     if (!preserve && queue_.empty())
     {
-        logPreserved_.Log(
-            __func__, "Queue is empty after dropping old frames (first %s cur %s -> diff %.3f sec) <%s>",
-            first.ToString().c_str(), time.ToString().c_str(), SecondsBetween(first, time), name_.c_str());
+        Verbose(logPreserved_)
+            .Log(__func__, "Queue is empty after dropping old frames (first %s cur %s -> diff %.3f sec) <%s>",
+                 first.ToString().c_str(), time.ToString().c_str(), SecondsBetween(first, time),
+                 name_.c_str());
     }
     droppedFrames_ += dropped;
     if (dropped > 0)
@@ -546,9 +558,7 @@ DRAVResult DRAVThreadedBufferQueue::AddQueueStrategy(std::shared_ptr<DRAVQueueSt
 
 void DRAVThreadedBufferQueue::SetVerboseLogging(bool verbose)
 {
-    logQueueFull_.SetForce(verbose);
-    logNotAvailable_.SetForce(verbose);
-    logPreserved_.SetForce(verbose);
+    verbose_.store(verbose, std::memory_order_relaxed);
 }
 
 void DRAVThreadedBufferQueue::SetPreserveBuffer(bool preserve)

@@ -9,10 +9,11 @@
 #include <string>
 #include <thread>
 
-#include "engine/DRAVIntervalLog.h"
+#include "engine/DRAVLogIntervals.h"
 #include "engine/DRAVMediaBufferDelegate.h"
 #include "engine/DRAVQueueInterface.h"
 #include "portable-core/CDplThreadMutex.h"
+#include "portable-core/DRAVSlowLog.h"
 
 // The queue behind every pin type but the ring buffer. The mode decides the
 // way out: at once on the caller's thread (passthrough), by a worker thread
@@ -95,6 +96,8 @@ private:
     DRAVResult AddNonBlocking(const std::shared_ptr<DRAVMediaBuffer>& buffer);
     bool AskStrategy(const std::shared_ptr<DRAVMediaBuffer>& buffer, bool afterQueueing);
     void SendBuffer(const std::shared_ptr<DRAVMediaBuffer>& buffer);
+    // `log`, told to let its next line pass when logging is verbose.
+    DRAVSlowLog& Verbose(DRAVSlowLog& log);
     void StartWorker();
     void StopWorker();
     void ThreadProc(std::shared_ptr<WorkerControl> control);
@@ -121,10 +124,12 @@ private:
     int64_t droppedFrames_ = 0;
     std::minstd_rand dropChooser_;
 
-    DRAVIntervalLog logQueueFull_{kSlowLogInterval1, kDbgPrintLevelWarning};
-    DRAVIntervalLog logNotAvailable_{kSlowLogInterval1, kDbgPrintLevelWarning};
-    DRAVIntervalLog logPreserved_{kSlowLogInterval2, static_cast<eDbgPrintLevel>(3)};
-    DRAVIntervalLog logDropped_{kSlowLogInterval2, static_cast<eDbgPrintLevel>(3)};
+    // With verbose logging every line of the first three logs passes.
+    std::atomic<bool> verbose_{false};
+    DRAVSlowLog logQueueFull_{kSlowLogInterval1, kDbgPrintLevelWarning};
+    DRAVSlowLog logNotAvailable_{kSlowLogInterval1, kDbgPrintLevelWarning};
+    DRAVSlowLog logPreserved_{kSlowLogInterval2, static_cast<eDbgPrintLevel>(3)};
+    DRAVSlowLog logDropped_{kSlowLogInterval2, static_cast<eDbgPrintLevel>(3)};
 
     std::thread worker_;
     std::shared_ptr<WorkerControl> workerControl_;

@@ -27,7 +27,9 @@ public:
 // flag as asked, but the destructor and a new CreateThread() go by the alive
 // record: this object is never freed or reused while its thread still runs.
 // With deleteOnExit the thread deletes the object when its procedure
-// returns; nothing else may delete it, nor touch it after starting it.
+// returns; nothing else may delete it, nor touch it after starting it. A
+// subclass whose procedure uses the subclass's own members stops the thread
+// in its own destructor: they are gone before this base waits.
 class CDplThread : public IDplThread
 {
 public:

@@ -1,36 +1,15 @@
 #include "portable-core/CRelayLogger.h"
 
-#include <atomic>
 #include <cstdio>
+
+#include "portable-core/CBarebonesSpinLocker.h"
 
 namespace
 {
 constexpr int kRelayLineBytes = 4096;
 
 // Guards the global logger pointer; each access is a few instructions.
-class SpinGuard
-{
-public:
-    explicit SpinGuard(std::atomic_flag& flag) : flag_(flag)
-    {
-        while (flag_.test_and_set(std::memory_order_acquire))
-        {
-            flag_.wait(true, std::memory_order_relaxed);
-        }
-    }
-    ~SpinGuard()
-    {
-        flag_.clear(std::memory_order_release);
-        flag_.notify_one();
-    }
-    SpinGuard(const SpinGuard&) = delete;
-    SpinGuard& operator=(const SpinGuard&) = delete;
-
-private:
-    std::atomic_flag& flag_;
-};
-
-std::atomic_flag gGlobalLoggerFlag = ATOMIC_FLAG_INIT;
+CBarebonesSpinLock gGlobalLoggerLock = 0;
 
 CCountedPtr<CRelayLogger>& GlobalLoggerSlot()
 {
@@ -73,7 +52,7 @@ int GlobalRelayLogger::WriteLogBytes(const char*, CRelayLogLevel, const char*, i
 
 CCountedPtr<CRelayLogger> GetGlobalRelayLogger()
 {
-    SpinGuard guard(gGlobalLoggerFlag);
+    CBarebonesSpinLocker guard(gGlobalLoggerLock, true);
     CCountedPtr<CRelayLogger>& slot = GlobalLoggerSlot();
     if (!slot)
     {
@@ -90,7 +69,7 @@ CCountedPtr<CRelayLogger> SetGlobalRelayLogger(CCountedPtr<CRelayLogger> newLogg
     }
     CCountedPtr<CRelayLogger> former;
     {
-        SpinGuard guard(gGlobalLoggerFlag);
+        CBarebonesSpinLocker guard(gGlobalLoggerLock, true);
         CCountedPtr<CRelayLogger>& slot = GlobalLoggerSlot();
         former = slot ? slot : CCountedPtr<CRelayLogger>(&GlobalRelayLogger::Instance());
         slot = std::move(newLogger);

@@ -287,7 +287,7 @@ void DRAVObject::RemoveObserver(const KVOItem& item, const std::string& name)
 
 bool DRAVObject::HasObserver(const std::string& name)
 {
-    KVCProperty* descriptor = FindProperty(name);
+    KVCProperty* descriptor = FindProperty(name.empty() ? std::string(kPropertyCommonObserver) : name);
     return descriptor != nullptr && descriptor->HasObservers();
 }
 

@@ -34,7 +34,9 @@ public:
     // Object ID (read-only) and Friendly Name (read and write).
     static KVCMap* GetMyObjectProperties();
 
-    // As an observer a plain object ignores what it is told.
+    // As an observer a plain object ignores what it is told. A subclass that
+    // overrides one form adds `using DRAVObject::UpdateObserver;` so that the
+    // other one stays visible (hiding it is a build error here).
     void UpdateObserver(const std::string& objectId, DRAVPropertyKVPair pair, KVCProperty* property) override;
     void UpdateObserver(const std::string& objectId, DRAVPropertyKVPair pair) override;
 
@@ -69,8 +71,8 @@ public:
     virtual DRAVResult DefaultPropertySetter(const DRAVPropertyKVPair& pair);
     virtual DRAVResult DefaultPropertyGetter(DRAVPropertyKVPair& pair);
 
-    // An empty name means kPropertyCommonObserver. A name the class doesn't
-    // have is ignored.
+    // An empty name means kPropertyCommonObserver (for HasObserver too). A
+    // name the class doesn't have is ignored.
     virtual void AddObserver(const KVOItem& item, const std::string& name);
     virtual void RemoveObserver(const KVOItem& item, const std::string& name);
     virtual bool HasObserver(const std::string& name);

@@ -14,10 +14,12 @@ public:
 };
 
 // A queue of work served by `threadCount` workers named after the queue. With
-// one worker it is strictly serial in dispatch order. Destruction sets quit:
-// the running tasks finish, queued ones never run. Destroyed from one of its
-// own workers (a task that drops the last owner), it joins the others and lets
-// the calling worker end by itself once its task returns.
+// one worker it is strictly serial in dispatch order; with none nothing runs.
+// A task may dispatch to its own queue. Destruction sets quit: the running
+// tasks finish, queued ones never run and are destroyed with the queue.
+// Destroyed from one of its own workers (a task that drops the last owner), it
+// joins the others and lets the calling worker end by itself once its task
+// returns. A task that throws is logged and the queue goes on.
 class DplDispatchQueue : public DplDispatching
 {
 public:

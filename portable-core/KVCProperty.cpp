@@ -18,7 +18,8 @@ bool HasWeakObserver(const KVOItem& item)
 bool SameExpiredWeakObserver(const KVOItem& entry, const KVOItem& item)
 {
     return HasWeakObserver(entry) && HasWeakObserver(item) && entry.weakObserver.expired() &&
-           !entry.weakObserver.owner_before(item.weakObserver) && !item.weakObserver.owner_before(entry.weakObserver);
+           !entry.weakObserver.owner_before(item.weakObserver) &&
+           !item.weakObserver.owner_before(entry.weakObserver);
 }
 
 int32_t AccessModeFor(bool canWrite, bool canRead)

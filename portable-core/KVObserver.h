@@ -9,7 +9,8 @@ class KVCProperty;
 // Whoever wants to watch properties. Calls arrive synchronously on the thread
 // that changed the property, while the property's observer list is locked:
 // an observer must not block, and must not wait for another thread that may
-// be setting the same property.
+// be setting the same property. A subclass that overrides only one form of
+// UpdateObserver adds `using KVObserver::UpdateObserver;`.
 class KVObserver
 {
 public:

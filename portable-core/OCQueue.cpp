@@ -29,7 +29,8 @@ OCQueueIndex::OCQueueIndex(int size)
 
 OCQueueIndex::OCQueueIndex(int size, uint32_t firstCount) : OCQueueIndex(size)
 {
-    for (std::atomic<uint32_t>* counter : {&getCommit_, &getEnd_, &getBegin_, &putCommit_, &putEnd_, &putBegin_})
+    for (std::atomic<uint32_t>* counter :
+         {&getCommit_, &getEnd_, &getBegin_, &putCommit_, &putEnd_, &putBegin_})
     {
         counter->store(firstCount, std::memory_order_relaxed);
     }

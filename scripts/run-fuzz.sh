@@ -11,7 +11,9 @@ if [ ${#sources[@]} -eq 0 ]; then
   exit 0
 fi
 cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz -j "$(nproc)"
+targets=()
+for src in "${sources[@]}"; do targets+=("$(basename "$src" .cpp)"); done
+cmake --build --preset fuzz -j "$(nproc)" --target "${targets[@]}"
 for src in "${sources[@]}"; do
   name=$(basename "$src" .cpp)
   work=build/fuzz/corpus-$name

@@ -1,5 +1,7 @@
 #include "settings/DRAVEngineFolders.h"
 
+#include "portable-core/DplFile.h"
+
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -43,17 +45,11 @@ std::string HomeFolder()
     return std::string();
 }
 
-bool IsFolder(const std::string& path)
-{
-    struct stat info = {};
-    return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
-}
-
 // Adds a component and, with create, makes it when it is missing.
 std::string AddLevel(const std::string& folder, const std::string& component, bool create)
 {
-    std::string path = DRAVJoinPath(folder, component);
-    if (create && !IsFolder(path))
+    std::string path = DplFile_AddPathComponent(folder, component);
+    if (create && !DplFile_FolderExists(path))
     {
         mkdir(path.c_str(), 0777);
     }
@@ -102,18 +98,28 @@ std::string GetProductCompactName()
 
 std::string DRAVGetAppDataDirectory(bool create)
 {
-    std::string home = HomeFolder();
-    if (home.empty())
+    // The XDG configuration home: $XDG_CONFIG_HOME when it is an absolute
+    // path, else ~/.config; then the company and the product.
+    std::string base;
+    const char* config = getenv("XDG_CONFIG_HOME");
+    if (config != nullptr && config[0] == '/')
     {
-        return std::string();
+        base = config;
+        if (create)
+        {
+            DplFile_CreateFolder(base, true);
+        }
     }
-    std::string path = DRAVJoinPath(home, "Library");
-    if (create && !IsFolder(path))
+    else
     {
-        mkdir(path.c_str(), 0777);
+        const std::string home = HomeFolder();
+        if (home.empty())
+        {
+            return std::string();
+        }
+        base = AddLevel(home, ".config", create);
     }
-    path = AddLevel(path, "Application Support", create);
-    path = AddLevel(path, GetCompanyName(false), create);
+    std::string path = AddLevel(base, GetCompanyName(false), create);
     return AddLevel(path, GetProductName(false), create);
 }
 
@@ -124,44 +130,6 @@ std::string DRAVGetMovieDirectory(bool create)
     {
         return std::string();
     }
-    std::string path = AddLevel(home, "Movies", create);
+    std::string path = AddLevel(home, "Videos", create);
     return AddLevel(path, GetProductName(false), create);
-}
-
-std::string DRAVJoinPath(const std::string& folder, const std::string& component)
-{
-    if (folder.empty())
-    {
-        return component;
-    }
-    bool folderSlash = folder.back() == '/';
-    bool componentSlash = !component.empty() && component.front() == '/';
-    if (folderSlash && componentSlash)
-    {
-        return folder + component.substr(1);
-    }
-    if (folderSlash || componentSlash)
-    {
-        return folder + component;
-    }
-    return folder + "/" + component;
-}
-
-bool DRAVCreateFolder(const std::string& path)
-{
-    if (path.empty())
-    {
-        return false;
-    }
-    if (IsFolder(path))
-    {
-        return true;
-    }
-    size_t slash = path.find_last_of('/', path.size() > 1 ? path.size() - 2 : 0);
-    if (slash != std::string::npos && slash > 0)
-    {
-        DRAVCreateFolder(path.substr(0, slash));
-    }
-    mkdir(path.c_str(), 0777);
-    return IsFolder(path);
 }

@@ -10,14 +10,9 @@ std::string GetCompanyName(bool shortName);
 std::string GetProductName(bool shortName);
 std::string GetProductCompactName();
 
-// "$HOME/Library/Application Support/<company>/<product>". With create, each
-// of the three levels below HOME that is missing is made. Empty when no home
+// "$XDG_CONFIG_HOME/<company>/<product>" (the configuration home defaults to
+// ~/.config). With create, each missing level is made. Empty when no home
 // folder is known.
 std::string DRAVGetAppDataDirectory(bool create);
-// "$HOME/Movies/<product>", made level by level with create.
+// "$HOME/Videos/<product>", made level by level with create.
 std::string DRAVGetMovieDirectory(bool create);
-
-// Joins two path parts with exactly one "/".
-std::string DRAVJoinPath(const std::string& folder, const std::string& component);
-// Creates a folder and its missing parents; true when it exists afterwards.
-bool DRAVCreateFolder(const std::string& path);

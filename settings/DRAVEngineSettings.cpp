@@ -5,7 +5,10 @@
 #include <cerrno>
 #include <limits>
 
+#include "portable-core/BreakIntoDebugger.h"
 #include "portable-core/DRAVLog.h"
+#include "portable-core/DRAVLogFolder.h"
+#include "portable-core/DplFile.h"
 #include "portable-core/json/CDplJsonFile.h"
 #include "settings/DRAVEngineFolders.h"
 
@@ -15,6 +18,7 @@ namespace
 void ReportUnexpected(const char* what, const std::string& detail)
 {
     DRAVLogPrintf(kDbgPrintLevelError, "DRAVEngineSettings: %s %s", what, detail.c_str());
+    BreakIntoDebugger();
 }
 
 enum class FileState
@@ -241,15 +245,15 @@ void DRAVEngineSettings::DeriveFolders(const std::string& path)
     {
         settingsFolder = slash == 0 ? std::string("/") : path.substr(0, slash);
     }
-    overridesFolder = DRAVJoinPath(settingsFolder, "Overrides");
-    DRAVCreateFolder(overridesFolder);
-    logFolder = DRAVJoinPath(settingsFolder, "Log");
-    recordingsLogFolder = DRAVJoinPath(logFolder, "Recordings");
-    DRAVCreateFolder(logFolder);
-    edidFolder = DRAVJoinPath(settingsFolder, "EDID");
-    DRAVCreateFolder(edidFolder);
-    tmpFolder = DRAVJoinPath(settingsFolder, "Tmp");
-    DRAVCreateFolder(tmpFolder);
+    overridesFolder = DplFile_AddPathComponent(settingsFolder, "Overrides");
+    DplFile_CreateFolder(overridesFolder, true);
+    logFolder = DplFile_AddPathComponent(settingsFolder, "Log");
+    recordingsLogFolder = DplFile_AddPathComponent(logFolder, "Recordings");
+    DRAVLog::DRAVInitLogFile(logFolder, GetProductName(true), maxNumberLogFiles);
+    edidFolder = DplFile_AddPathComponent(settingsFolder, "EDID");
+    DplFile_CreateFolder(edidFolder, true);
+    tmpFolder = DplFile_AddPathComponent(settingsFolder, "Tmp");
+    DplFile_CreateFolder(tmpFolder, true);
 }
 
 DRAVResult DRAVEngineSettings::LoadSettings(const std::string& path)

@@ -1,6 +1,9 @@
 #include "platform/linux/LinuxPlatform.h"
 
+#include <string>
+
 #include "platform/EmptyAudioSystem.h"
+#include "platform/pipewire/PipeWireAudioSystem.h"
 #include "portable-core/DRAVLog.h"
 
 namespace tidemix::platform
@@ -9,8 +12,18 @@ namespace linuxos
 {
 LinuxPlatform::LinuxPlatform()
 {
-    DRAVLogLine(kDbgPrintLevelWarning, "linux platform: no audio backend in this build; audio devices are empty");
-    audio_ = std::make_unique<EmptyAudioSystem>();
+    std::string whyNot;
+    audio_ = pipewire::PipeWireAudioSystem::Connect(std::string(), &whyNot);
+    if (audio_)
+    {
+        DRAVLogLine(kDbgPrintLevelInfo, "linux platform: audio devices from PipeWire");
+    }
+    else
+    {
+        // Never the simulation in its place: the host must see that audio is missing.
+        DRAVLogPrintf(kDbgPrintLevelWarning, "linux platform: no audio devices: %s", whyNot.c_str());
+        audio_ = std::make_unique<EmptyAudioSystem>();
+    }
 }
 
 LinuxPlatform::~LinuxPlatform() = default;

@@ -9,33 +9,14 @@
 #include <mutex>
 
 #include "portable-core/DRAVLog.h"
-#include "portable-core/json/CEJSONTextSupport.h"
+#include "portable-core/DplString.h"
 
 namespace
 {
 bool IsValidUtf8Path(const std::string& path)
 {
-    const unsigned char* p = reinterpret_cast<const unsigned char*>(path.data());
-    const unsigned char* end = p + path.size();
-    while (p < end)
-    {
-        if (*p == 0)
-        {
-            return false;  // would cut the path short at the system call
-        }
-        if (*p < 0x80)
-        {
-            ++p;
-            continue;
-        }
-        size_t length = CEJSONText_SoundSequenceLength(p, end);
-        if (length == 0)
-        {
-            return false;
-        }
-        p += length;
-    }
-    return true;
+    // A NUL inside would cut the path short at the system call.
+    return path.find('\0') == std::string::npos && DplString_IsValidUtf8(path.data(), path.size());
 }
 
 class ScopedFd

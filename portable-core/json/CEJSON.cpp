@@ -399,9 +399,11 @@ void CEJSONDouble::WriteTo(int*, CEJSONParseBuffer& buffer, int) const
         buffer.AddToBuffer("null", 4);
         return;
     }
-    // Shortest form of "%.17g", and free of the process locale.
+    // "%.17g", free of the process locale. Negative zero goes out as "0": "-0"
+    // would read back as the integer 0 and write differently the next time.
     char text[40];
-    auto result = std::to_chars(text, text + sizeof(text), value_, std::chars_format::general, 17);
+    double value = value_ == 0.0 ? 0.0 : value_;
+    auto result = std::to_chars(text, text + sizeof(text), value, std::chars_format::general, 17);
     buffer.AddToBuffer(text, result.ptr - text);
 }
 

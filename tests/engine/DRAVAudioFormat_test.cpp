@@ -87,6 +87,9 @@ TEST(DRAVAudioFormatCompare, MaskAndFlagDoNotCount)
     EXPECT_STREQ(DRAVMediaTypeString(2), "Data");
     EXPECT_STREQ(DRAVMediaTypeString(3), "[INVALID]");
     EXPECT_STREQ(DRAVMediaTypeString(-1), "[INVALID]");
+    EXPECT_EQ(MapSampleType(kDRAVAudioSampleTypeInt16), 2);
+    EXPECT_EQ(MapSampleType(kDRAVAudioSampleTypeFloat), 6);
+    EXPECT_EQ(MapSampleType(kDRAVAudioSampleTypeUnknown), 0);
 }
 
 TEST(DRAVAudioFormatConfigurationJson, RoundTripAndTextForm)
@@ -102,7 +105,8 @@ TEST(DRAVAudioFormatConfigurationJson, RoundTripAndTextForm)
     EXPECT_NE(text.find("\n    \""), std::string::npos) << "indented by four blanks";
 
     DRAVAudioFormatConfiguration back;
-    ASSERT_TRUE(back.FromJSON(text).Succeeded());
+    DRAVJSONSerializationInterface& record = back;
+    ASSERT_TRUE(record.FromJSON(text).Succeeded());
     EXPECT_TRUE(back.IsSameFormat(config));
     EXPECT_EQ(back.GetChannelMask(), 0x3fu);
 }

@@ -281,6 +281,77 @@ TEST(DRAVObjectThreadsTest, DelegateFunctionSwappedWhileNotifying)
     EXPECT_FALSE(node->HasObserver(kPropertyAudioBufferSizeFrameCount));
 }
 
+TEST(DRAVObjectThreadsTest, ObserverListStaysLockedForTheWholeWalk)
+{
+    auto node = std::make_shared<TestNode>("node");
+    KVCProperty* gain = node->FindProperty(kPropertyNodeGain);
+    ASSERT_NE(gain, nullptr);
+    std::latch inCallback(1);
+    std::latch release(1);
+    std::atomic<int> calls{0};
+    KVObserverDelegate blocker(
+        [&](void*, const std::string&, DRAVPropertyKVPair, KVCProperty*)
+        {
+            if (calls++ == 0)
+            {
+                inCallback.count_down();
+                release.wait();
+            }
+        },
+        nullptr);
+    KVObserverDelegate latecomer;
+    node->AddObserver(KVOItem::Raw(&blocker), kPropertyNodeGain);
+
+    std::thread setter([&] { node->SetDoubleProperty(kPropertyNodeGain, 0.5); });
+    inCallback.wait();
+    // While an observer runs, another thread can neither change the list nor
+    // start a walk of its own.
+    std::atomic<bool> added{false};
+    std::atomic<bool> secondSetDone{false};
+    std::thread adder(
+        [&]
+        {
+            node->AddObserver(KVOItem::Raw(&latecomer), kPropertyNodeGain);
+            added = true;
+        });
+    std::thread secondSetter(
+        [&]
+        {
+            node->SetDoubleProperty(kPropertyNodeGain, 0.75);
+            secondSetDone = true;
+        });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(added);
+    EXPECT_FALSE(secondSetDone);
+    EXPECT_EQ(calls, 1);
+    release.count_down();
+    setter.join();
+    adder.join();
+    secondSetter.join();
+    EXPECT_TRUE(added);
+    EXPECT_EQ(calls, 2);
+
+    // A caller may hold the list itself: a set then waits to notify.
+    gain->LockObserver();
+    std::atomic<bool> thirdSetDone{false};
+    std::thread thirdSetter(
+        [&]
+        {
+            node->SetDoubleProperty(kPropertyNodeGain, 0.25);
+            thirdSetDone = true;
+        });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(thirdSetDone);
+    EXPECT_EQ(calls, 2);
+    gain->UnLockObserver();
+    thirdSetter.join();
+    EXPECT_EQ(calls, 3);
+
+    node->RemoveObserver(KVOItem::Raw(&blocker), kPropertyNodeGain);
+    node->RemoveObserver(KVOItem::Raw(&latecomer), kPropertyNodeGain);
+    EXPECT_FALSE(node->HasObserver(kPropertyNodeGain));
+}
+
 TEST(DRAVObjectThreadsTest, ObjectsMadeOnManyThreadsHaveDistinctIds)
 {
     constexpr int kThreads = 4;

@@ -227,8 +227,10 @@ TEST(KVObserverTest, EmptyNameOnClassWithoutCommonObserverIsIgnored)
     EXPECT_FALSE(node.HasObserver("No Such Property"));
 
     TestMixer mixer("mixer");
+    EXPECT_FALSE(mixer.HasObserver(""));
     mixer.AddObserver(KVOItem::Raw(&observer), "");
     EXPECT_TRUE(mixer.HasObserver(kPropertyCommonObserver));
+    EXPECT_TRUE(mixer.HasObserver(""));
     mixer.SetDoubleProperty(kPropertyNodeGain, 0.7);
     EXPECT_EQ(observer.Count(), 1u);
     mixer.RemoveObserver(KVOItem::Raw(&observer), "");

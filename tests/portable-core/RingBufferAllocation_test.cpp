@@ -106,6 +106,10 @@ extern "C"
 }
 #endif
 
+// Replacement operators may pair operator new with free: that is what they replace.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+
 void* operator new(size_t bytes)
 {
     Note();
@@ -165,6 +169,7 @@ void operator delete[](void* block, size_t, std::align_val_t) noexcept
 {
     std::free(block);
 }
+#pragma GCC diagnostic pop
 
 namespace
 {

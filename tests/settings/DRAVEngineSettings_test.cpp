@@ -8,6 +8,7 @@
 #include <sstream>
 #include <string>
 
+#include "portable-core/BreakIntoDebugger.h"
 #include "portable-core/json/CDplJsonFile.h"
 #include "settings/DRAVEngineFolders.h"
 #include "settings/DRAVEngineSettings.h"
@@ -170,9 +171,14 @@ TEST_F(DRAVEngineSettingsTest, SaveAndLoadRoundTrip)
 
 TEST_F(DRAVEngineSettingsTest, LoadDerivesAndCreatesTheFolders)
 {
+    // The log of the former session is moved aside for the new one.
+    fs::create_directories(folder_ / "Log");
+    Write((folder_ / "Log" / "Trace.log").string(), "former session");
     DRAVEngineSettings settings;
     ASSERT_EQ(settings.LoadSettings(path_), kDRAVResultOk);
     EXPECT_FALSE(fs::exists(path_)) << "loading never writes the file";
+    EXPECT_FALSE(fs::exists(folder_ / "Log" / "Trace.log"));
+    EXPECT_EQ(Read((folder_ / "Log" / "Trace01.log").string()), "former session");
     EXPECT_EQ(settings.settingsFolder, folder_.string());
     EXPECT_EQ(settings.overridesFolder, (folder_ / "Overrides").string());
     EXPECT_EQ(settings.logFolder, (folder_ / "Log").string());
@@ -201,7 +207,9 @@ TEST_F(DRAVEngineSettingsTest, BadFilesGiveNoDataOrWhatCouldBeRead)
     settings.overridesFolder = "kept";
 
     Write(path_, "");
+    const uint64_t breaks = BreakIntoDebugger_GetCallCount();
     EXPECT_EQ(settings.LoadSettings(path_), kDRAVResultErrNoData);
+    EXPECT_EQ(BreakIntoDebugger_GetCallCount(), breaks + 1);
     EXPECT_EQ(settings.overridesFolder, "kept") << "folders stay after a failed load";
 
     fs::remove(path_);
@@ -324,7 +332,9 @@ TEST_F(DRAVEngineSettingsTest, FailedSavesReportAndLeaveTheFormerFile)
 
     // The temporary file's name is taken by a folder: nothing can be written.
     fs::create_directories(CDplJsonFile::TemporaryPathFor(path_));
+    const uint64_t breaks = BreakIntoDebugger_GetCallCount();
     EXPECT_EQ(settings.SaveSettings(path_), kDRAVResultErrNoData);
+    EXPECT_EQ(BreakIntoDebugger_GetCallCount(), breaks + 1);
     EXPECT_EQ(Read(path_), kControlSection);
     fs::remove_all(CDplJsonFile::TemporaryPathFor(path_));
 
@@ -423,33 +433,55 @@ TEST_F(DRAVEngineSettingsTest, UpdateTellsHandlersOnlyOfRealChanges)
     EXPECT_EQ(counter->calls, 1);
 }
 
-TEST_F(DRAVEngineSettingsTest, AppDataDirectoryFollowsHomeAndNames)
+TEST_F(DRAVEngineSettingsTest, AppDataDirectoryFollowsTheConfigurationHomeAndNames)
 {
+    const char* formerConfig = getenv("XDG_CONFIG_HOME");
+    const std::string savedConfig = formerConfig ? formerConfig : "";
     const char* formerHome = getenv("HOME");
-    std::string saved = formerHome ? formerHome : "";
-    setenv("HOME", folder_.c_str(), 1);
-    std::string expected = (folder_ / "Library" / "Application Support" / "Drovane" / "Tidemix").string();
+    const std::string savedHome = formerHome ? formerHome : "";
+
+    setenv("XDG_CONFIG_HOME", folder_.c_str(), 1);
+    const std::string expected = (folder_ / "Drovane" / "Tidemix").string();
     EXPECT_EQ(DRAVGetAppDataDirectory(false), expected);
     EXPECT_FALSE(fs::exists(expected));
     EXPECT_EQ(DRAVGetAppDataDirectory(true), expected);
     EXPECT_TRUE(fs::is_directory(expected));
-    EXPECT_EQ(DRAVGetMovieDirectory(true), (folder_ / "Movies" / "Tidemix").string());
-    EXPECT_TRUE(fs::is_directory(folder_ / "Movies" / "Tidemix"));
 
+    // A relative configuration home is ignored: ~/.config stands in.
+    setenv("XDG_CONFIG_HOME", "relative", 1);
+    setenv("HOME", folder_.c_str(), 1);
+    EXPECT_EQ(DRAVGetAppDataDirectory(false), (folder_ / ".config" / "Drovane" / "Tidemix").string());
+    EXPECT_EQ(DRAVGetMovieDirectory(true), (folder_ / "Videos" / "Tidemix").string());
+    EXPECT_TRUE(fs::is_directory(folder_ / "Videos" / "Tidemix"));
+
+    setenv("XDG_CONFIG_HOME", folder_.c_str(), 1);
     DRAVSetProductNames("TM", "Tidemix Studio", nullptr);
     EXPECT_EQ(GetProductName(true), "TM");
     EXPECT_EQ(GetProductName(false), "Tidemix Studio");
     EXPECT_EQ(GetProductCompactName(), "Tidemix");
     EXPECT_EQ(GetCompanyName(false), "Drovane");
-    EXPECT_EQ(DRAVGetAppDataDirectory(false),
-              (folder_ / "Library" / "Application Support" / "Drovane" / "Tidemix Studio").string());
+    EXPECT_EQ(DRAVGetAppDataDirectory(false), (folder_ / "Drovane" / "Tidemix Studio").string());
     DRAVSetProductNames("Tidemix", "Tidemix", "Tidemix");
+
+    setenv("XDG_CONFIG_HOME", savedConfig.c_str(), 1);
     if (formerHome)
     {
-        setenv("HOME", saved.c_str(), 1);
+        setenv("HOME", savedHome.c_str(), 1);
     }
     else
     {
         unsetenv("HOME");
     }
+}
+
+TEST_F(DRAVEngineSettingsTest, FileWithOnlyTheControlLayersKeysLeavesEveryValue)
+{
+    Write(path_, kControlSection);
+    DRAVEngineSettings settings = Changed();
+    const DRAVEngineSettings before = settings;
+    ASSERT_EQ(settings.LoadSettings(path_), kDRAVResultOk);
+    ExpectSameSavedValues(before, settings);
+    EXPECT_EQ(settings.logFolder, (folder_ / "Log").string());
+    EXPECT_TRUE(fs::is_directory(settings.logFolder));
+    EXPECT_EQ(Read(path_), kControlSection) << "loading never writes";
 }

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
 #include <unistd.h>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -101,4 +103,33 @@ TEST_F(CDplJsonFileTest, FailedExportLeavesTheFormerFileWhole)
 
     ASSERT_TRUE(CDplJsonFile::ExportToFile(path, doc));
     EXPECT_EQ(Read(path), "{\n\t\"new\":1\n}");
+}
+
+TEST_F(CDplJsonFileTest, WriteThatFailsHalfWayLeavesTheFormerFileWhole)
+{
+    std::string path = Path("big.json");
+    Write(path, "{\"old\":true}");
+    TJSON doc = TJSONArray();
+    for (int i = 0; i < 20000; ++i)
+    {
+        doc.AddString("a line of text that makes the document long");
+    }
+
+    // Files of this process may grow to 4 KiB only: the write stops half-way,
+    // as on a full disk.
+    rlimit former = {};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &former), 0);
+    auto formerHandler = signal(SIGXFSZ, SIG_IGN);
+    rlimit small = former;
+    small.rlim_cur = 4096;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    bool written = CDplJsonFile::ExportToFile(path, doc);
+    setrlimit(RLIMIT_FSIZE, &former);
+    signal(SIGXFSZ, formerHandler);
+
+    EXPECT_FALSE(written);
+    EXPECT_EQ(Read(path), "{\"old\":true}");
+    EXPECT_FALSE(fs::exists(CDplJsonFile::TemporaryPathFor(path))) << "the partial file is removed";
+    EXPECT_TRUE(CDplJsonFile::ExportToFile(path, doc));
+    EXPECT_TRUE(TJSON(Read(path)) == doc);
 }

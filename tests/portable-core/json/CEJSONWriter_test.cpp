@@ -3,7 +3,9 @@
 #include <cmath>
 #include <limits>
 #include <string>
+#include <vector>
 
+#include "portable-core/DRAVLog.h"
 #include "portable-core/json/CEJSONParseBuffer.h"
 #include "portable-core/json/TJSON.h"
 
@@ -204,4 +206,27 @@ TEST(CEJSONWriter, ParseBufferGrowthFollowsTheRule)
     EXPECT_TRUE(buffer.LastAdditionWasFormatting());
     buffer.AddToBuffer("y");
     EXPECT_FALSE(buffer.LastAdditionWasFormatting());
+}
+
+TEST(CEJSONWriter, DumpSendsOneLogLinePerTextLine)
+{
+    std::vector<std::string> lines;
+    DRAVLogHandler former =
+        DRAVSetLogHandler([&lines](eDbgPrintLevel, const std::string& line) { lines.push_back(line); });
+    TJSON doc;
+    doc.AddInt("a", 1);
+    TJSON list = TJSONArray();
+    list.AddBool(false);
+    doc.Add("b", list);
+    doc.Dump("doc");
+    doc.Debug();
+    DRAVSetLogHandler(former);
+
+    const std::vector<std::string> expected = {
+        "doc: {", "doc: \t\"a\":1,", "doc: \t\"b\":", "doc: \t[", "doc: \t\tfalse", "doc: \t]", "doc: }"};
+    ASSERT_GE(lines.size(), expected.size() + 1);
+    EXPECT_EQ(std::vector<std::string>(lines.begin(), lines.begin() + static_cast<long>(expected.size())),
+              expected);
+    EXPECT_EQ(lines.size(), 2 * expected.size());
+    EXPECT_EQ(lines.back(), "}");
 }

@@ -1,0 +1,3 @@
+#include "sound/CSampleFilterFunnel.h"
+
+CSampleFilterFunnel::~CSampleFilterFunnel() = default;

@@ -1,0 +1,373 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "portable-core/CForwardingLogger.h"
+#include "portable-core/CRelayBuffer.h"
+#include "portable-core/CRelayLogger.h"
+#include "portable-core/CTimestampedLogger.h"
+#include "portable-core/DRAVFileLogger.h"
+#include "portable-core/DRAVLog.h"
+#include "portable-core/DRAVSlowLog.h"
+#include "portable-core/DplFile.h"
+#include "support/PortableCoreTestFolder.h"
+
+namespace
+{
+// True when `text` starts with `pattern`, where 'd' stands for any digit.
+bool StartsWithPattern(const std::string& text, const std::string& pattern)
+{
+    if (text.size() < pattern.size())
+    {
+        return false;
+    }
+    for (size_t i = 0; i < pattern.size(); ++i)
+    {
+        const bool digit = text[i] >= '0' && text[i] <= '9';
+        if (pattern[i] == 'd' ? !digit : text[i] != pattern[i])
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
+std::vector<std::string> ReadLines(const std::string& path)
+{
+    std::vector<std::string> lines;
+    if (FILE* f = fopen(path.c_str(), "r"))
+    {
+        char line[1024];
+        while (fgets(line, sizeof(line), f) != nullptr)
+        {
+            lines.emplace_back(line);
+        }
+        fclose(f);
+    }
+    return lines;
+}
+
+// Installs a handler that keeps every line, and puts the former one back.
+class CapturedLog
+{
+public:
+    CapturedLog()
+    {
+        former_ = DRAVSetLogHandler([this](eDbgPrintLevel level, const std::string& line)
+                                    { lines.emplace_back(level, line); });
+    }
+    ~CapturedLog() { DRAVSetLogHandler(former_); }
+    std::vector<std::pair<eDbgPrintLevel, std::string>> lines;
+
+private:
+    DRAVLogHandler former_;
+};
+
+TEST(DRAVFileLogger, WritesTaggedLinesIntoATimeNamedFile)
+{
+    PortableCoreTestFolder folder;
+    DRAVFileLogger logger;
+    const std::string logs = folder.Child("logs/engine");
+    ASSERT_TRUE(logger.Open(logs, "ignored"));
+    EXPECT_TRUE(DplFile_FolderExists(logs));
+    const std::string name = DplFile_GetFileName(logger.GetPath());
+    EXPECT_TRUE(DRAVFileLogger::IsSessionLogName(name)) << name;
+    logger.Trace(kDbgPrintLevelError, "disk %s", "full");
+    logger.Trace(kDbgPrintLevelWarning, "late by %d ms", 12);
+    logger.Trace(static_cast<eDbgPrintLevel>(5), "plain");
+    logger.Close();
+    logger.Trace(kDbgPrintLevelError, "after close");
+
+    const auto lines = ReadLines(logger.GetPath());
+    ASSERT_EQ(lines.size(), 3u);
+    for (const std::string& line : lines)
+    {
+        EXPECT_TRUE(StartsWithPattern(line, "dd:dd:dd.dddd  ")) << line;
+    }
+    EXPECT_EQ(lines[0].substr(14), " ERR disk full\n");
+    EXPECT_EQ(lines[1].substr(14), " wrn late by 12 ms\n");
+    EXPECT_EQ(lines[2].substr(14), "     plain\n");
+}
+
+TEST(DRAVFileLogger, KeepsAtMostTenSessionLogsAndNothingElseIsTouched)
+{
+    PortableCoreTestFolder folder;
+    for (int day = 1; day <= 12; ++day)
+    {
+        char name[64];
+        snprintf(name, sizeof(name), "2020-01-%02d 10-00-00.log", day);
+        ASSERT_TRUE(DplFile_WriteTextToFile(folder.Child(name).c_str(), "old"));
+    }
+    ASSERT_TRUE(DplFile_WriteTextToFile(folder.Child("thesis.docx").c_str(), "precious"));
+    ASSERT_TRUE(DplFile_WriteTextToFile(folder.Child("0000-old.log").c_str(), "precious"));
+
+    DRAVFileLogger logger;
+    ASSERT_TRUE(logger.Open(folder.Path(), ""));
+    std::vector<std::string> names;
+    DplFile_EnumFilesInFolder(folder.Path(), names);
+    std::sort(names.begin(), names.end());
+    std::vector<std::string> sessions;
+    std::copy_if(names.begin(), names.end(), std::back_inserter(sessions), DRAVFileLogger::IsSessionLogName);
+    ASSERT_EQ(sessions.size(), 10u);
+    EXPECT_EQ(sessions.front(), "2020-01-04 10-00-00.log") << "the oldest three went";
+    EXPECT_TRUE(DplFile_FileExists(folder.Child("thesis.docx")));
+    EXPECT_TRUE(DplFile_FileExists(folder.Child("0000-old.log")));
+}
+
+TEST(DRAVFileLogger, ServesAsTheLibraryLogHandler)
+{
+    PortableCoreTestFolder folder;
+    auto logger = std::make_shared<DRAVFileLogger>();
+    ASSERT_TRUE(logger->Open(folder.Path(), ""));
+    DRAVLogHandler former = DRAVSetLogHandler(DRAVFileLogger::MakeLogHandler(logger));
+    DRAVLogPrintf(kDbgPrintLevelWarning, "through the hub %d", 7);
+    DRAVSetLogHandler(former);
+    DRAVLogPrintf(kDbgPrintLevelInfo, "not in the file");
+    const auto lines = ReadLines(logger->GetPath());
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].substr(14), " wrn through the hub 7\n");
+}
+
+TEST(DRAVSlowLog, EveryNthCallPasses)
+{
+    DRAVSlowLog slow(10, kDbgPrintLevelWarning);
+    std::vector<int> passed;
+    for (int call = 0; call < 25; ++call)
+    {
+        if (slow.ShouldPass(DRAVTimestamp(call)))
+        {
+            passed.push_back(call);
+        }
+    }
+    EXPECT_EQ(passed, (std::vector<int>{0, 10, 20}));
+    EXPECT_EQ(slow.GetCalls(), 25);
+    EXPECT_EQ(slow.GetSuppressed(), 4);
+}
+
+TEST(DRAVSlowLog, IntervalsLetOneMessageThrough)
+{
+    DRAVSlowLog slow(DRAVDuration::OneSecond(), kDbgPrintLevelError);
+    EXPECT_TRUE(slow.ShouldPass(DRAVTimestamp(5000000)));
+    EXPECT_FALSE(slow.ShouldPass(DRAVTimestamp(5500000)));
+    EXPECT_FALSE(slow.ShouldPass(DRAVTimestamp(5999999)));
+    EXPECT_TRUE(slow.ShouldPass(DRAVTimestamp(6000000)));
+    EXPECT_FALSE(slow.ShouldPass(DRAVTimestamp(6000001)));
+    slow.Force();
+    EXPECT_TRUE(slow.ShouldPass(DRAVTimestamp(6000002)));
+
+    // A short interval lets only the first (or a forced) message pass.
+    DRAVSlowLog shortInterval(DRAVDuration(100000), kDbgPrintLevelError);
+    EXPECT_TRUE(shortInterval.ShouldPass(DRAVTimestamp(0)));
+    EXPECT_FALSE(shortInterval.ShouldPass(DRAVTimestamp(10000000)));
+    shortInterval.Force();
+    EXPECT_TRUE(shortInterval.ShouldPass(DRAVTimestamp(10000001)));
+}
+
+TEST(DRAVSlowLog, PassingLinesReachTheLogHub)
+{
+    CapturedLog captured;
+    DRAVSlowLog slow(3, kDbgPrintLevelWarning);
+    int passed = 0;
+    for (int i = 0; i < 7; ++i)
+    {
+        passed += slow.Log("Render", "underrun %d", i) ? 1 : 0;
+    }
+    EXPECT_EQ(passed, 3);
+    ASSERT_EQ(captured.lines.size(), 3u);
+    EXPECT_EQ(captured.lines[0].first, kDbgPrintLevelWarning);
+    EXPECT_EQ(captured.lines[0].second, "Render: underrun 0");
+    EXPECT_EQ(captured.lines[1].second, "Render: underrun 3 (2 similar suppressed)");
+    const std::string longText(2000, 'x');
+    EXPECT_TRUE(DRAVSlowLog(1, kDbgPrintLevelInfo).Log("f", "%s", longText.c_str()));
+    EXPECT_EQ(captured.lines.back().second.size(), 3u + 511u) << "cut at 512 bytes";
+}
+
+TEST(CRelayBuffer, GrowsFromTheInlineStore)
+{
+    CRelayBuffer buffer;
+    EXPECT_EQ(buffer.Capacity(), 127);
+    EXPECT_STREQ(buffer.c_str(), "");
+    buffer.AddString(nullptr, 3);
+    EXPECT_STREQ(buffer.c_str(), "   ");
+    buffer.AddString("abcdef", 2).AddString("xyz");
+    EXPECT_STREQ(buffer.c_str(), "   abxyz");
+    EXPECT_TRUE(buffer.IsInline());
+
+    const std::string many(200, 'h');
+    buffer.AddString(many.c_str());
+    EXPECT_FALSE(buffer.IsInline());
+    EXPECT_EQ(buffer.Capacity(), 254) << "twice the old capacity";
+    EXPECT_EQ(buffer.Length(), 208);
+    buffer.AddString(std::string(1000, 'k').c_str());
+    EXPECT_EQ(buffer.Capacity(), 1208) << "the need, when more than twice";
+    EXPECT_EQ(buffer.c_str()[buffer.Length()], '\0');
+
+    buffer.Set("%d-%s", 42, "x");
+    EXPECT_STREQ(buffer.c_str(), "42-x");
+    buffer.Add(500, " %s", std::string(300, 'y').c_str());
+    EXPECT_EQ(buffer.Length(), 305);
+    buffer.Truncate(2);
+    EXPECT_STREQ(buffer.c_str(), "42");
+    buffer.Truncate(10);
+    EXPECT_STREQ(buffer.c_str(), "42");
+
+    CRelayBuffer copy(buffer);
+    EXPECT_TRUE(copy == buffer);
+    copy.AddString("!");
+    EXPECT_TRUE(copy != buffer);
+    CRelayBuffer big;
+    big.AddString(std::string(400, 'b').c_str());
+    const char* heapText = big.c_str();
+    CRelayBuffer moved(std::move(big));
+    EXPECT_EQ(moved.c_str(), heapText) << "a move takes the heap text over";
+    EXPECT_EQ(big.Length(), 0);
+    copy = moved;
+    EXPECT_TRUE(copy == moved);
+    CRelayBuffer small;
+    small.Add("short");
+    moved = std::move(small);
+    EXPECT_STREQ(moved.c_str(), "short");
+    EXPECT_TRUE(moved.IsInline());
+}
+
+class CollectingLogger : public CRelayLogger
+{
+public:
+    int WriteLogBytes(const char* subject, CRelayLogLevel level, const char* bytes, int length) override
+    {
+        calls.push_back(
+            {subject == nullptr ? "" : subject, level, std::string(bytes, static_cast<size_t>(length))});
+        return length;
+    }
+    struct Call
+    {
+        std::string subject;
+        CRelayLogLevel level;
+        std::string text;
+    };
+    std::vector<Call> calls;
+};
+
+TEST(RelayLog, FormatsAndHandsOn)
+{
+    EXPECT_EQ(RelayLog(static_cast<CRelayLogger*>(nullptr), "s", kRelayLogLevelError, "%d items", 12), 8);
+    CCountedPtr<CollectingLogger> logger(new CollectingLogger());
+    EXPECT_EQ(RelayLog(logger.get(), "pump", kRelayLogLevelWarning, "slow %s", "down"), 9);
+    ASSERT_EQ(logger->calls.size(), 1u);
+    EXPECT_EQ(logger->calls[0].subject, "pump");
+    EXPECT_EQ(logger->calls[0].level, kRelayLogLevelWarning);
+    EXPECT_EQ(logger->calls[0].text, "slow down");
+    const std::string huge(5000, 'z');
+    CCountedPtr<CRelayLogger> asBase = logger;
+    EXPECT_EQ(RelayLog(asBase, "s", kRelayLogLevelVerbose, "%s", huge.c_str()), 4095);
+    CRelayBuffer buffer;
+    buffer.Add("buffered");
+    EXPECT_EQ(RelayLogBuffer(asBase, "b", kRelayLogLevelInformation, buffer), 8);
+    EXPECT_EQ(logger->calls.back().text, "buffered");
+}
+
+TEST(RelayLog, GlobalLoggerDefaultsAndSwaps)
+{
+    CCountedPtr<CRelayLogger> global = GetGlobalRelayLogger();
+    ASSERT_TRUE(global);
+    EXPECT_EQ(global.get(), &GlobalRelayLogger::Instance());
+    EXPECT_EQ(global->WriteLogBytes("x", kRelayLogLevelError, "abc", 3), 3);
+    EXPECT_EQ(global->GetSubLogger(kRelayLogChannelDefault, "sub", true, true), nullptr);
+
+    CCountedPtr<CollectingLogger> mine(new CollectingLogger());
+    CCountedPtr<CRelayLogger> former = SetGlobalRelayLogger(mine);
+    EXPECT_EQ(former.get(), &GlobalRelayLogger::Instance());
+    RelayLog(GetGlobalRelayLogger(), "g", kRelayLogLevelError, "to mine");
+    EXPECT_EQ(mine->calls.size(), 1u);
+    CCountedPtr<CRelayLogger> back = SetGlobalRelayLogger(nullptr);
+    EXPECT_EQ(back.get(), mine.get());
+    EXPECT_EQ(GetGlobalRelayLogger().get(), &GlobalRelayLogger::Instance());
+}
+
+TEST(CForwardingLogger, RingMustBeAPowerOfTwo)
+{
+    try
+    {
+        CForwardingLogger logger(nullptr, kRelayLogLevelVerbose, 1000, false);
+        ADD_FAILURE() << "1000 accepted";
+    }
+    catch (int thrown)
+    {
+        EXPECT_EQ(thrown, -1);
+    }
+}
+
+TEST(CForwardingLogger, QueuesFiltersDropsAndForwardsAcrossTheWrap)
+{
+    for (const bool doubled : {false, true})
+    {
+        CCountedPtr<CollectingLogger> target(new CollectingLogger());
+        CCountedPtr<CForwardingLogger> logger(
+            new CForwardingLogger(target, kRelayLogLevelInformation, 64, doubled));
+        EXPECT_EQ(logger->WriteLogBytes("s", kRelayLogLevelVerbose, "quiet", 5), 5)
+            << "below the lowest level";
+        EXPECT_EQ(logger->WriteLogBytes("s", kRelayLogLevelError, "x", 0), 0);
+        EXPECT_EQ(logger->ForwardSome(), 0);
+        EXPECT_TRUE(target->calls.empty());
+
+        const std::string forty(40, 'a');
+        EXPECT_EQ(logger->WriteLogBytes("s", kRelayLogLevelError, forty.c_str(), 40), 40);
+        const std::string thirty(30, 'b');
+        EXPECT_EQ(logger->WriteLogBytes("s", kRelayLogLevelError, thirty.c_str(), 30), 0) << "dropped whole";
+        EXPECT_EQ(logger->ForwardSome(), 40);
+        ASSERT_EQ(target->calls.size(), 1u);
+        EXPECT_EQ(target->calls[0].text, forty);
+        EXPECT_EQ(target->calls[0].subject, "");
+
+        // This one wraps the ring's end: bytes 40..63 and 0..5.
+        EXPECT_EQ(logger->WriteLogBytes("s", kRelayLogLevelError, thirty.c_str(), 30), 30);
+        EXPECT_EQ(logger->ForwardSome(), 30);
+        std::string joined;
+        for (size_t i = 1; i < target->calls.size(); ++i)
+        {
+            joined += target->calls[i].text;
+        }
+        EXPECT_EQ(joined, thirty);
+        EXPECT_EQ(target->calls.size(), doubled ? 2u : 3u) << "a doubled ring forwards the wrap in one call";
+        EXPECT_EQ(logger->WriteLogBytes("s", kRelayLogLevelError, std::string(64, 'c').c_str(), 64), 0)
+            << "a ring of 64 holds 63";
+    }
+}
+
+TEST(CTimestampedLogger, StampsTagsAndTrims)
+{
+    CCountedPtr<CollectingLogger> target(new CollectingLogger());
+    CCountedPtr<CTimestampedLogger> plain(new CTimestampedLogger(target, 0));
+    CCountedPtr<CTimestampedLogger> tagged(new CTimestampedLogger(target, 2));
+    CCountedPtr<CTimestampedLogger> warnings(new CTimestampedLogger(target, 1));
+
+    EXPECT_EQ(plain->WriteLogBytes("s", kRelayLogLevelInformation, "\r\n\n", 3), 3);
+    EXPECT_TRUE(target->calls.empty()) << "only line ends: nothing written";
+
+    plain->WriteLogBytes("s", kRelayLogLevelInformation, "hello\r\n", 7);
+    ASSERT_EQ(target->calls.size(), 1u);
+    EXPECT_TRUE(StartsWithPattern(target->calls[0].text, "dd:dd:dd.dddd: hello")) << target->calls[0].text;
+    EXPECT_EQ(target->calls[0].text.size(), 20u);
+
+    tagged->WriteLogBytes("s", kRelayLogLevelVerbose, "v", 1);
+    tagged->WriteLogBytes("s", kRelayLogLevelInformation, "i", 1);
+    tagged->WriteLogBytes("s", kRelayLogLevelWarning, "w", 1);
+    tagged->WriteLogBytes("s", kRelayLogLevelError, "e", 1);
+    warnings->WriteLogBytes("s", kRelayLogLevelInformation, "n", 1);
+    ASSERT_EQ(target->calls.size(), 6u);
+    EXPECT_EQ(target->calls[1].text.substr(15), "V: v");
+    EXPECT_EQ(target->calls[2].text.substr(15), "I: i");
+    EXPECT_EQ(target->calls[3].text.substr(15), "WARNING: w");
+    EXPECT_EQ(target->calls[4].text.substr(15), "ERROR: e");
+    EXPECT_EQ(target->calls[5].text.substr(15), "3: n");
+
+    tagged->WriteLogBytes("s", kRelayLogLevelBinary, "\x01\x02\n", 3);
+    EXPECT_EQ(target->calls.back().text, "\x01\x02\n") << "binary passes as it is";
+    CCountedPtr<CTimestampedLogger> orphan(new CTimestampedLogger(nullptr, 2));
+    EXPECT_EQ(orphan->WriteLogBytes("s", kRelayLogLevelError, "abc", 3), 3);
+}
+}  // namespace

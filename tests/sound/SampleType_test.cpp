@@ -1,0 +1,322 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <limits>
+#include <string>
+
+#include "sound/CSampleType.h"
+#include "sound/CSoundTraits.h"
+#include "sound/StoredSampleTypes.h"
+#include "sound/TSampleTraits.h"
+
+TEST(SampleTypeTable, NamesAndOutOfRangeNumbers)
+{
+    const char* expected[] = {"unknown",
+                              "8 bit",
+                              "16 bit",
+                              "24 bit",
+                              "24 bit (wide)",
+                              "32 bit",
+                              "32 bit FP",
+                              "64 bit FP",
+                              "8 bit unsigned",
+                              "16 bit unsigned",
+                              "24 bit unsigned",
+                              "24 bit unsigned (wide)",
+                              "32 bit unsigned",
+                              "8 bit swapped",
+                              "16 bit swapped",
+                              "24 bit swapped",
+                              "24 bit (wide) swapped",
+                              "32 bit swapped",
+                              "32 bit FP swapped",
+                              "64 bit FP swapped",
+                              "8 bit unsigned swapped",
+                              "16 bit unsigned swapped",
+                              "24 bit unsigned swapped",
+                              "24 bit unsigned (wide) swapped",
+                              "32 bit unsigned swapped"};
+    for (int type = 0; type <= 24; ++type)
+    {
+        EXPECT_STREQ(CSampleType(type).GetName(), expected[type]) << type;
+    }
+    for (int type : {25, 26, 27, 28, 1000, -1, std::numeric_limits<int>::min()})
+    {
+        EXPECT_STREQ(CSampleType(type).GetName(), "unknown") << type;
+    }
+}
+
+TEST(SampleTypeTable, AccessorsAreSafeOutsideTheTable)
+{
+    for (int type : {-1, 28, 29, 1 << 30})
+    {
+        const CSampleType t(type);
+        EXPECT_EQ(t.GetSize(), 0);
+        EXPECT_EQ(t.GetContentBits(), 0);
+        EXPECT_FALSE(t.IsUnsigned());
+        EXPECT_FALSE(t.IsFloating());
+        EXPECT_EQ(t.GetEndianity(), CSampleType::kEndianityNone);
+        EXPECT_FALSE(t.IsConvertible());
+    }
+    EXPECT_EQ(CSampleType(27).GetSize(), 0);
+    EXPECT_FALSE(CSampleType(27).IsConvertible());
+    EXPECT_FALSE(CSampleType(0).IsConvertible());
+}
+
+TEST(SampleTypeTable, TableRowsAgreeWithTheStoredTypes)
+{
+    // Every row's size is the size of its stored type, and its traits agree.
+    EXPECT_EQ(sizeof(Packed24), 3u);
+    EXPECT_EQ(sizeof(UnsignedPacked24), 3u);
+    EXPECT_EQ(sizeof(SwappedPacked24Sample), 3u);
+    EXPECT_EQ(sizeof(SwappedUnsignedPacked24Sample), 3u);
+    EXPECT_EQ(sizeof(Wide25), 4u);
+    EXPECT_EQ(sizeof(SwappedDoubleSample), 8u);
+    EXPECT_EQ(SampleTraitsWide25::kMin, -16777216);
+    EXPECT_EQ(SampleTraitsWide25::kMax, 16777215);
+    EXPECT_EQ(SampleTraitsUnsigned32::kMax, 4294967295LL);
+    EXPECT_EQ(SampleTraitsSwapped16::kId, 14);
+    EXPECT_TRUE(SampleTraitsSwapped16::kBigEndian);
+    EXPECT_FALSE(SampleTraits16::kBigEndian);
+    EXPECT_TRUE((std::is_same_v<SampleTraitsSwappedWide24::NativeType, Wide24>));
+    EXPECT_EQ(CSampleType(25).GetContentBits(), 25);
+    EXPECT_EQ(CSampleType(26).GetEndianity(), CSampleType::kEndianitySwapped);
+    EXPECT_EQ(CSampleType(13).GetEndianity(), CSampleType::kEndianityNone);
+    EXPECT_TRUE(CSampleType(18).IsFloating());
+    EXPECT_TRUE(CSampleType(23).IsUnsigned());
+    EXPECT_EQ(CSampleType(11).GetSize(), 4);
+    EXPECT_EQ(CSampleType(11).GetContentBits(), 24);
+}
+
+TEST(SampleTypeTable, TypeForTypeInfo)
+{
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(char)), 1);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(signed char)), 1);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(short)), 2);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(Packed24)), 3);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(Wide24)), 4);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(int)), 5);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(float)), 6);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(double)), 7);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(unsigned char)), 8);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(unsigned short)), 9);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(UnsignedPacked24)), 10);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(UnsignedWide24)), 11);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(unsigned int)), 12);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(Swapped8Sample)), 13);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(Swapped16Sample)), 14);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(SwappedPacked24Sample)), 15);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(SwappedWide24Sample)), 16);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(Swapped32Sample)), 17);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(SwappedFloatSample)), 18);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(SwappedDoubleSample)), 19);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(SwappedUnsigned8Sample)), 20);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(SwappedUnsigned16Sample)), 21);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(SwappedUnsignedPacked24Sample)), 22);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(SwappedUnsignedWide24Sample)), 23);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(SwappedUnsigned32Sample)), 24);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(Wide25)), 25);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(SwappedWide25Sample)), 26);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(long long)), 0);
+    EXPECT_EQ(CSampleType::GetTypeForTypeInfo(typeid(std::string)), 0);
+}
+
+TEST(SampleTypeTable, Parametrized)
+{
+    using T = CSampleType;
+    EXPECT_EQ(T::Parametrized(16, false, T::kEndianityNative, false, -1), 2);
+    EXPECT_EQ(T::Parametrized(24, false, T::kEndianityNative, false, -1), 3);
+    EXPECT_EQ(T::Parametrized(32, false, T::kEndianityNative, false, 24), 4);
+    EXPECT_EQ(T::Parametrized(32, false, T::kEndianityNative, false, -1), 5);
+    EXPECT_EQ(T::Parametrized(32, true, T::kEndianityNative, false, -1), 6);
+    EXPECT_EQ(T::Parametrized(64, true, T::kEndianityNative, false, -1), 7);
+    EXPECT_EQ(T::Parametrized(32, false, T::kEndianityNative, true, 24), 11);
+    EXPECT_EQ(T::Parametrized(16, false, T::kEndianitySwapped, false, -1), 14);
+    EXPECT_EQ(T::Parametrized(32, true, T::kEndianitySwapped, false, 32), 18);
+    EXPECT_EQ(T::Parametrized(24, false, T::kEndianitySwapped, true, -1), 22);
+    EXPECT_EQ(T::Parametrized(32, false, T::kEndianityNative, false, 25), 25);
+    EXPECT_EQ(T::Parametrized(32, false, T::kEndianitySwapped, false, 25), 26);
+    // Byte order doesn't count for one byte: the first match wins.
+    EXPECT_EQ(T::Parametrized(8, false, T::kEndianitySwapped, false, -1), 1);
+    EXPECT_EQ(T::Parametrized(8, false, T::kEndianityNone, true, -1), 8);
+    // (bits + 7) / 8 bytes: 12 bits ask for 2 bytes with 12 bits of content, which no row has.
+    EXPECT_EQ(T::Parametrized(12, false, T::kEndianityNative, false, -1), 0);
+    EXPECT_EQ(T::Parametrized(12, false, T::kEndianityNative, false, 16), 2);
+    // No such row, or nonsense input.
+    EXPECT_EQ(T::Parametrized(16, true, T::kEndianityNative, false, -1), 0);
+    EXPECT_EQ(T::Parametrized(16, false, T::kEndianityNone, false, -1), 0);
+    EXPECT_EQ(T::Parametrized(0, false, T::kEndianityNative, false, -1), 0);
+    EXPECT_EQ(T::Parametrized(-8, false, T::kEndianityNative, false, -1), 0);
+    EXPECT_EQ(T::Parametrized(std::numeric_limits<int>::max(), false, T::kEndianityNative, false, -1), 0);
+    // Every row is found again from its own description.
+    for (int type = 1; type <= 26; ++type)
+    {
+        const T t(type);
+        const int found = T::Parametrized(t.GetSize() * 8, t.IsFloating(), t.GetEndianity(), t.IsUnsigned(),
+                                          t.GetContentBits());
+        if (type == 13 || type == 20)
+        {
+            EXPECT_EQ(found, type == 13 ? 1 : 8);
+        }
+        else
+        {
+            EXPECT_EQ(found, type);
+        }
+    }
+}
+
+TEST(SoundTraits, FrameSizeAndSetters)
+{
+    CSoundTraits traits(6, 2, 48000);
+    EXPECT_EQ(traits.GetFrameSize(), 8);
+    traits.SetSampleType(3);
+    traits.SetChannels(5);
+    traits.SetSampleRate(44100);
+    EXPECT_EQ(traits.GetFrameSize(), 15);
+    EXPECT_EQ(traits.GetSampleRate(), 44100);
+    traits.SetSampleType(28);
+    EXPECT_EQ(traits.GetFrameSize(), 0);
+    traits.SetSampleType(2);
+    traits.SetChannels(-3);
+    EXPECT_EQ(traits.GetFrameSize(), 0);
+}
+
+TEST(SoundTraits, StreamDescriptionOfSixteenBitBigEndian)
+{
+    AudioStreamBasicDescription desc;
+    desc.mSampleRate = 44100.0;
+    desc.mFormatID = kAudioFormatLinearPCM;
+    desc.mFormatFlags =
+        kAudioFormatFlagIsBigEndian | kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked;
+    desc.mBitsPerChannel = 16;
+    desc.mChannelsPerFrame = 2;
+    desc.mBytesPerFrame = 4;
+    desc.mBytesPerPacket = 4;
+    desc.mFramesPerPacket = 1;
+    CSoundTraits traits;
+    traits.FromStreamDesc(desc);
+    EXPECT_EQ(traits.GetSampleType(), 14);
+    EXPECT_EQ(traits.GetChannels(), 2);
+    EXPECT_EQ(traits.GetSampleRate(), 44100);
+
+    const AudioStreamBasicDescription back = traits.ToStreamDesc(true);
+    EXPECT_EQ(back.mFormatID, 0x6C70636Du);
+    EXPECT_EQ(back.mFormatFlags, 2u | 4u | 8u);
+    EXPECT_EQ(back.mBitsPerChannel, 16u);
+    EXPECT_EQ(back.mBytesPerFrame, 4u);
+    EXPECT_EQ(back.mBytesPerPacket, 4u);
+    EXPECT_EQ(back.mFramesPerPacket, 1u);
+    EXPECT_EQ(back.mChannelsPerFrame, 2u);
+    EXPECT_EQ(back.mSampleRate, 44100.0);
+}
+
+TEST(SoundTraits, FlagsOfEachKind)
+{
+    // Float, packed, non-interleaved: bytes per frame are one channel's.
+    AudioStreamBasicDescription d = CSoundTraits(6, 2, 48000).ToStreamDesc(false);
+    EXPECT_EQ(d.mFormatFlags, 1u | 8u | 32u);
+    EXPECT_EQ(d.mBytesPerFrame, 4u);
+    EXPECT_EQ(d.mBytesPerPacket, 4u);
+    EXPECT_EQ(d.mBitsPerChannel, 32u);
+    // Wide 24: signed, not packed, 24 content bits in the fraction field.
+    d = CSoundTraits(4, 2, 48000).ToStreamDesc(true);
+    EXPECT_EQ(d.mFormatFlags, 4u | (24u << 7));
+    EXPECT_EQ(d.mBitsPerChannel, 32u);
+    EXPECT_EQ(d.mBytesPerFrame, 8u);
+    // Unsigned 16: no sign flag.
+    d = CSoundTraits(9, 1, 8000).ToStreamDesc(true);
+    EXPECT_EQ(d.mFormatFlags, 8u);
+    // Swapped float.
+    d = CSoundTraits(18, 1, 8000).ToStreamDesc(true);
+    EXPECT_EQ(d.mFormatFlags, 1u | 2u | 8u);
+}
+
+TEST(SoundTraits, EveryTypeSurvivesTheRoundTrip)
+{
+    for (bool interleaved : {true, false})
+    {
+        for (int type = 1; type <= 26; ++type)
+        {
+            const CSoundTraits traits(type, 3, 96000);
+            CSoundTraits back;
+            back.FromStreamDesc(traits.ToStreamDesc(interleaved));
+            const int expected = type == 13 ? 1 : type == 20 ? 8 : type;
+            EXPECT_EQ(back.GetSampleType(), expected) << type;
+            EXPECT_EQ(back.GetChannels(), 3);
+            EXPECT_EQ(back.GetSampleRate(), 96000);
+        }
+    }
+}
+
+TEST(SoundTraits, FromStreamDescriptionEdges)
+{
+    AudioStreamBasicDescription desc;
+    desc.mFormatID = 0x61616320;  // not linear PCM
+    desc.mSampleRate = 22050.0;
+    desc.mChannelsPerFrame = 1;
+    desc.mBitsPerChannel = 16;
+    desc.mFormatFlags = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked;
+    CSoundTraits traits(2, 2, 48000);
+    traits.FromStreamDesc(desc);
+    EXPECT_EQ(traits.GetSampleType(), 0);
+    EXPECT_EQ(traits.GetChannels(), 1);
+    EXPECT_EQ(traits.GetSampleRate(), 22050);
+
+    // Bits from bytes per frame when the bits are missing.
+    desc.mFormatID = kAudioFormatLinearPCM;
+    desc.mBitsPerChannel = 0;
+    desc.mChannelsPerFrame = 2;
+    desc.mBytesPerFrame = 6;
+    traits.FromStreamDesc(desc);
+    EXPECT_EQ(traits.GetSampleType(), 3);
+
+    // No channels and no bits: no type, and no division by zero.
+    desc.mChannelsPerFrame = 0;
+    traits.FromStreamDesc(desc);
+    EXPECT_EQ(traits.GetSampleType(), 0);
+    EXPECT_EQ(traits.GetChannels(), 0);
+
+    // A format the table lacks.
+    desc.mChannelsPerFrame = 1;
+    desc.mBitsPerChannel = 16;
+    desc.mFormatFlags = kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked;
+    traits.FromStreamDesc(desc);
+    EXPECT_EQ(traits.GetSampleType(), 0);
+
+    // Rates that don't fit an int get defined values.
+    desc.mSampleRate = std::numeric_limits<double>::quiet_NaN();
+    traits.FromStreamDesc(desc);
+    EXPECT_EQ(traits.GetSampleRate(), 0);
+    desc.mSampleRate = 1e30;
+    traits.FromStreamDesc(desc);
+    EXPECT_EQ(traits.GetSampleRate(), std::numeric_limits<int32_t>::max());
+    desc.mSampleRate = -std::numeric_limits<double>::infinity();
+    traits.FromStreamDesc(desc);
+    EXPECT_EQ(traits.GetSampleRate(), std::numeric_limits<int32_t>::min());
+    desc.mChannelsPerFrame = 0xFFFFFFFFu;
+    traits.FromStreamDesc(desc);
+    EXPECT_EQ(traits.GetChannels(), std::numeric_limits<int32_t>::max());
+}
+
+namespace
+{
+class CountingTraits : public CSoundTraits
+{
+public:
+    void SetSampleType(const CSampleType& type) override
+    {
+        ++typeSets;
+        CSoundTraits::SetSampleType(type);
+    }
+    int typeSets = 0;
+};
+}  // namespace
+
+TEST(SoundTraits, FromStreamDescriptionGoesThroughTheSetters)
+{
+    // Subclasses that keep derived values (a socket's frame size) see the change.
+    CountingTraits traits;
+    traits.FromStreamDesc(CSoundTraits(2, 2, 48000).ToStreamDesc(true));
+    EXPECT_EQ(traits.typeSets, 1);
+    EXPECT_EQ(traits.GetSampleType(), 2);
+}
