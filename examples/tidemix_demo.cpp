@@ -1,1 +1,164 @@
-int main() { return 0; }
+// The demo host: a small program that drives libTidemixApi as an application
+// would. It runs on the simulated platform unless told otherwise.
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <unistd.h>
+
+#include "control/DRMXManager.h"
+#include "platform/Platform.h"
+#include "portable-core/DRAVLog.h"
+
+namespace
+{
+struct Options
+{
+    double durationSeconds = 2.0;
+    std::string platform = "sim";
+    std::string configDir;
+};
+
+void PrintHelp(const char* program)
+{
+    printf(
+        "Usage: %s [options]\n"
+        "\n"
+        "Drives libTidemixApi as an application would: initialises the manager,\n"
+        "starts mixing, lets it run, stops and shuts down, printing each step.\n"
+        "\n"
+        "Options:\n"
+        "  --duration SECONDS   how long to mix once mixing has started (default 2)\n"
+        "  --platform NAME      sim (the simulated world, default) or linux (PipeWire, USB, logind)\n"
+        "  --config-dir DIR     where the settings file lives (default: a fresh folder under /tmp,\n"
+        "                       so the demo never touches your own settings)\n"
+        "  --help               this text\n",
+        program);
+}
+
+bool ParseOptions(int argc, char** argv, Options& options)
+{
+    for (int i = 1; i < argc; ++i)
+    {
+        const std::string arg = argv[i];
+        const bool hasValue = i + 1 < argc;
+        if (arg == "--help" || arg == "-h")
+        {
+            PrintHelp(argv[0]);
+            exit(0);
+        }
+        else if (arg == "--duration" && hasValue)
+        {
+            char* end = nullptr;
+            options.durationSeconds = strtod(argv[++i], &end);
+            if (end == nullptr || *end != '\0' || !(options.durationSeconds >= 0.0) ||
+                options.durationSeconds > 24 * 3600.0)
+            {
+                fprintf(stderr, "--duration wants a number of seconds, 0 to 86400\n");
+                return false;
+            }
+        }
+        else if (arg == "--platform" && hasValue)
+        {
+            options.platform = argv[++i];
+            if (options.platform != "sim" && options.platform != "linux")
+            {
+                fprintf(stderr, "--platform is sim or linux\n");
+                return false;
+            }
+        }
+        else if (arg == "--config-dir" && hasValue)
+        {
+            options.configDir = argv[++i];
+        }
+        else
+        {
+            fprintf(stderr, "unknown option %s (try --help)\n", arg.c_str());
+            return false;
+        }
+    }
+    return true;
+}
+
+const char* Verdict(const DRAVResult& result)
+{
+    return result.Succeeded() ? "ok" : "failed";
+}
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    Options options;
+    if (!ParseOptions(argc, argv, options))
+    {
+        return 2;
+    }
+
+    // Without --config-dir the demo works in a scratch folder and removes it at the end.
+    const bool scratchFolder = options.configDir.empty();
+    if (scratchFolder)
+    {
+        options.configDir = "/tmp/tidemix-demo-" + std::to_string(getpid());
+    }
+    std::filesystem::create_directories(options.configDir);
+    setenv("XDG_CONFIG_HOME", options.configDir.c_str(), 1);
+
+    // Every diagnostic line of the library appears in the demo's output.
+    DRAVSetLogHandler([](eDbgPrintLevel level, const std::string& line) {
+        const char* tag = level == kDbgPrintLevelError ? "error" : level == kDbgPrintLevelWarning ? "warning" : "info";
+        printf("    [library %s] %s\n", tag, line.c_str());
+    });
+
+    auto platform = tidemix::platform::Platform::Create(options.platform);
+    tidemix::platform::Platform::Use(platform);
+    printf("platform: %s\n", platform->Name().c_str());
+    printf("settings folder: %s\n", options.configDir.c_str());
+
+    DRMXManager* manager = DRMXManager::GetDRMXManager();
+    printf("Init ...\n");
+    const DRAVResult init = manager->Init("");
+    printf("Init: %s (%s)\n", Verdict(init), init.GetMessage().c_str());
+    printf("settings file: %s%s\n", manager->GetSettingsPath().c_str(),
+           manager->GetNoSettingsFileAvailable() ? " (none yet)" : "");
+
+    for (const auto type : {DRMX_Settings::kMixerLocal, DRMX_Settings::kMixerStream})
+    {
+        const auto mixer = manager->GetMixerForType(type);
+        printf("mix %s: %s, %zu inputs, %s\n", type == DRMX_Settings::kMixerLocal ? "local" : "stream",
+               mixer ? mixer->GetFriendlyName().c_str() : "(none)", mixer ? mixer->GetInputs().size() : 0,
+               mixer && mixer->GetOutput() ? "an output" : "no output");
+    }
+
+    printf("StartMixing ...\n");
+    const DRAVResult started = manager->StartMixing();
+    printf("StartMixing: %s (%s), mixing=%s\n", Verdict(started), started.GetMessage().c_str(),
+           manager->IsMixing() ? "yes" : "no");
+
+    if (manager->IsMixing())
+    {
+        printf("mixing for %.1f s ...\n", options.durationSeconds);
+        std::this_thread::sleep_for(std::chrono::duration<double>(options.durationSeconds));
+    }
+
+    printf("StopMixing ...\n");
+    manager->StopMixing();
+    printf("StopMixing: mixing=%s\n", manager->IsMixing() ? "yes" : "no");
+
+    printf("Deinit ...\n");
+    manager->Deinit();
+    std::error_code error;
+    const bool saved = std::filesystem::exists(manager->GetSettingsPath(), error);
+    printf("Deinit: done; settings file %s\n", saved ? "written" : "not written (nothing valid to keep yet)");
+
+    DRAVSetLogHandler(nullptr);
+    tidemix::platform::Platform::Use(nullptr);
+    if (scratchFolder)
+    {
+        std::filesystem::remove_all(options.configDir, error);
+    }
+    return 0;
+}

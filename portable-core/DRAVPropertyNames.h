@@ -63,6 +63,7 @@ inline constexpr char kPropertyMicrophoneCustomName[] = "Microphone Custom Name"
 
 // Device observers.
 inline constexpr char kPropertyDeviceObserverNotification[] = "Device ObserverNotification";
+inline constexpr char kPropertPowerStateNotification[] = "PowerState ObserverNotification";
 inline constexpr char kPropertyDeviceObserverChange[] = "Device Observer Change";
 inline constexpr char kPropertyDeviceObserverChangeInternal[] = "Device Observer Change (internal)";
 

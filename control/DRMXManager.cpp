@@ -1,0 +1,1033 @@
+#include "control/DRMXManager.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <filesystem>
+#include <mutex>
+
+#include "control/DRMXApplicationBundle.h"
+#include "control/DRMXOutputBase.h"
+#include "control/DRMXPlatformHooks.h"
+#include "control/DRMXProcessActivity.h"
+#include "control/DRMXValueNormalization.h"
+#include "microphones/DRMXMicrophoneConfigurable.h"
+#include "portable-core/DRAVPropertyNames.h"
+#include "engine/DRAVManager.h"
+#include "observers/DRMXDeviceObserverCoreAudio.h"
+#include "observers/appaudio/DRMXDeviceObserverAppAudio.h"
+#include "portable-core/DRAVLog.h"
+#include "portable-core/DplDispatchQueue.h"
+#include "engine/DRMXVirtualDeviceNames.h"
+
+using namespace DRMX_Settings;
+
+namespace
+{
+constexpr int64_t kLevelMeteringIntervalMicroseconds = 33333;  // about 30 passes a second
+
+// Takes the mixer lock, then the microphone lock: the one order of the two.
+class MixerThenMicrophoneLock
+{
+public:
+    MixerThenMicrophoneLock(CDplThreadMutex& mixer, CDplThreadMutex& microphone)
+        : mixer_(mixer), microphone_(microphone)
+    {
+        mixer_.Lock();
+        microphone_.Lock();
+    }
+    ~MixerThenMicrophoneLock()
+    {
+        microphone_.Unlock();
+        mixer_.Unlock();
+    }
+    MixerThenMicrophoneLock(const MixerThenMicrophoneLock&) = delete;
+    MixerThenMicrophoneLock& operator=(const MixerThenMicrophoneLock&) = delete;
+
+private:
+    CDplThreadMutex& mixer_;
+    CDplThreadMutex& microphone_;
+};
+
+DRMXAudioUnitInterface* AudioUnitOf(const std::shared_ptr<DRMXOutputInterface>& output)
+{
+    return dynamic_cast<DRMXAudioUnitInterface*>(output.get());
+}
+
+// An output that is no audio unit can't be started: a state error, not a crash.
+DRAVResult StartOutput(const std::shared_ptr<DRMXOutputInterface>& output, const DRAVTimestamp& ts)
+{
+    DRMXAudioUnitInterface* unit = AudioUnitOf(output);
+    if (unit == nullptr)
+    {
+        DRAVResult result(kDRAVResultErrInvalidState);
+        result.LogError("output is no audio unit");
+        return result;
+    }
+    return unit->AudioUnitStart(ts);
+}
+
+// Cuts a microphone's name so that it begins at "Reed"; a name without it becomes empty.
+std::string NameFromReed(const std::string& name)
+{
+    const size_t at = name.find("Reed");
+    return at == std::string::npos ? std::string() : name.substr(at);
+}
+}  // namespace
+
+struct DRMXManager::Impl
+{
+    DplDispatchQueue levelQueue{"levels", 1};
+    std::atomic<bool> levelMeteringEnabled{false};
+    // True while a metering loop is queued or running, so that enabling twice
+    // never runs two loops.
+    std::atomic<bool> levelLoopScheduled{false};
+    std::mutex levelWakeMutex;
+    std::condition_variable levelWake;
+    std::atomic<DRMXMixerType> monitorMixerType{kMixerLocal};
+    DRMXProcessActivity processActivity;
+    std::atomic<int64_t> audioBufferFrameCount{960};
+    std::atomic<int64_t> audioBufferMSecInput{20};
+    std::atomic<int64_t> audioBufferMSecOutput{20};
+};
+
+DRMXManager* DRMXManager::GetDRMXManager()
+{
+    // Made on first use, thread-safe, never destroyed: observers and queues
+    // may still call into it while the process ends.
+    static DRMXManager* manager = new DRMXManager();
+    return manager;
+}
+
+DRMXManager::DRMXManager() : impl_(std::make_unique<Impl>())
+{
+    // The defaults of the settings come from the devices this manager sees.
+    DRMXSettings::DeviceQueries queries;
+    queries.availableOutputs = [this](DRMXOutputType type, const std::string& name) {
+        return GetAvailableOutputs(type, name);
+    };
+    queries.availableInputs = [this](DRMXInputType type) { return GetAvailableInputs(type); };
+    settings_.SetDeviceQueries(std::move(queries));
+}
+
+DRMXManager::~DRMXManager() = default;
+
+DRAVResult DRMXManager::Init(const std::string& /*logFile: nothing here opens it*/)
+{
+    DRAVResult result(kDRAVResultOk);
+
+    DRAVSetProductNames(PRODUCT_NAME_SHORT, PRODUCT_NAME_LONG, PRODUCT_NAME_COMPACT);
+
+    DRAVManager* engine = DRAVManager::GetDRAVManager();
+    if (!engine->IsInitialized())
+    {
+        result = engine->Init();
+    }
+    DRAVEngineSettings engineSettings = engine->GetEngineSettings();
+    engineSettings.autoDefaultAudioSelection = false;
+    engine->SetEngineSettings(engineSettings, false, false);
+    engine->LoadEngineSettings(DRAVGetAppDataDirectory(true));
+
+    if (result.Succeeded())
+    {
+        std::vector<std::shared_ptr<DRMXDeviceObserverBase>> observers = RegisterDeviceObserversPlatformSpecific();
+        {
+            CDplScopedLock lock(microphoneLock_);
+            deviceObservers_ = observers;
+        }
+
+        const DRAVResult loaded = LoadSettings();
+        loaded.Log("LoadSettings");
+
+        deviceDelegate_ = std::make_shared<KVObserverDelegate>();
+        deviceDelegate_->SetCallback(
+            [this](void*, const std::string&, DRAVPropertyKVPair pair, KVCProperty*) { HandleDeviceChange(pair); },
+            nullptr);
+        for (const auto& observer : observers)
+        {
+            if (observer &&
+                (observer->GetNotification() == kDeviceNotificationAny ||
+                 observer->GetNotification() == kDeviceNotificationCoreAudio))
+            {
+                observer->AttachObserver(deviceDelegate_.get());
+            }
+        }
+
+        std::shared_ptr<DRMXPowerStateObserverBase> power = RegisterPowerStateObserverPlatformSpecific();
+        powerDelegate_ = std::make_shared<KVObserverDelegate>();
+        powerDelegate_->SetCallback(
+            [this](void*, const std::string&, DRAVPropertyKVPair pair, KVCProperty*) { HandlePowerChange(pair); },
+            nullptr);
+        if (power)
+        {
+            power->AttachObserver(powerDelegate_.get());
+        }
+        powerObserver_ = power;
+
+        CDplScopedLock lock(mixerLock_);
+        mixers_[kMixerLocal] = CreateMixerPlatformSpecific("Local Mixer", kMixerLocal);
+        mixers_[kMixerStream] = CreateMixerPlatformSpecific("Remote Mixer", kMixerStream);
+    }
+
+    impl_->monitorMixerType.store(kMixerLocal);
+    {
+        CDplScopedLock lock(settingsLock_);
+        impl_->audioBufferMSecInput.store(settings_.mixerConfiguration.audioBufferSizeInputMSec);
+        impl_->audioBufferMSecOutput.store(settings_.mixerConfiguration.audioBufferSizeOutputMSec);
+    }
+    return result;
+}
+
+void DRMXManager::Deinit()
+{
+    MixerThenMicrophoneLock lock(mixerLock_, microphoneLock_);
+    StopMixing();
+    DRAVResult saved;
+    {
+        CDplScopedLock settingsLock(settingsLock_);
+        saved = settings_.SaveSettings(settingsPath_);
+    }
+    saved.LogError("Couldn't save mixer configuarion");
+    for (const auto& observer : deviceObservers_)
+    {
+        if (observer)
+        {
+            observer->DetachObserver(deviceDelegate_.get());
+        }
+    }
+    deviceObservers_.clear();
+    if (powerObserver_)
+    {
+        powerObserver_->DetachObserver(powerDelegate_.get());
+    }
+}
+
+DRAVResult DRMXManager::LoadSettings()
+{
+    // Lock order: mixer, microphone, settings. The defaults and the microphone's
+    // values reach the microphone while the settings are held.
+    MixerThenMicrophoneLock outer(mixerLock_, microphoneLock_);
+    CDplScopedLock lock(settingsLock_);
+    DRAVResult result(kDRAVResultErrUnknown);
+
+    const std::string folder = DRMXGetAppDataDirectory(true);
+    settingsPath_ = folder;
+    std::error_code error;
+    if (!std::filesystem::is_directory(folder, error))
+    {
+        return DRAVResult(kDRAVResultErrCouldNotOpenFile);
+    }
+    settingsPath_ = (std::filesystem::path(folder) / SETTINGS_JSON_FILENAME).string();
+
+    // A load appends to the mixer lists: a second Init must start from empty ones.
+    settings_.ResetSettings();
+    result = settings_.LoadSettings(settingsPath_);
+    if (result != kDRAVResultErrCouldNotOpenFile)
+    {
+        noSettingsFileAvailable_.store(false);
+    }
+    if (!result.Succeeded())
+    {
+        settings_.ResetSettings();
+        result = settings_.LoadDefaultSettings();
+        UpdateMicSettingsByOS(settings_);
+    }
+    if (result.Succeeded())
+    {
+        result = settings_.Validate();
+    }
+    return result;
+}
+
+DRAVResult DRMXManager::ResetSettings()
+{
+    StopMixing();
+    DRAVResult result;
+    {
+        MixerThenMicrophoneLock outer(mixerLock_, microphoneLock_);
+        CDplScopedLock lock(settingsLock_);
+        settings_.ResetSettings();
+        result = settings_.LoadDefaultSettings();
+        UpdateMicSettingsByOS(settings_);
+        if (result.Succeeded())
+        {
+            result = settings_.Validate();
+        }
+    }
+    if (result.Succeeded())
+    {
+        StartMixing();
+    }
+    return result;
+}
+
+DRAVResult DRMXManager::StartMixing()
+{
+    if (mixing_.load())
+    {
+        return DRAVResult(kDRAVResultOk);
+    }
+
+    CDplScopedLock lock(mixerLock_);
+    if (mixing_.load())
+    {
+        return DRAVResult(kDRAVResultOk);  // another thread won the race for the lock
+    }
+    const DRAVTimestamp ts = DRAVGetHostTime();
+    DRAVResult result(kDRAVResultOk);
+
+    const auto local = mixers_.find(kMixerLocal);
+    const auto stream = mixers_.find(kMixerStream);
+    if (local == mixers_.end() || stream == mixers_.end() || !local->second || !stream->second)
+    {
+        return DRAVResult(kDRAVResultErrNullPointer);
+    }
+    const std::shared_ptr<DRMXMixerBase> localMixer = local->second;
+    const std::shared_ptr<DRMXMixerBase> streamMixer = stream->second;
+
+    const std::vector<std::shared_ptr<DRMXInputInterface>> localInputs = localMixer->GetInputs();
+    const std::vector<std::shared_ptr<DRMXInputInterface>> streamInputs = streamMixer->GetInputs();
+    if (localInputs.empty())
+    {
+        result = kDRAVResultErrInvalidState;
+        result.LogError("local mixer has no inputs");
+    }
+    if (streamInputs.empty())
+    {
+        result = kDRAVResultErrInvalidState;
+        result.LogError("stream mixer has no inputs");
+    }
+
+    const std::shared_ptr<DRMXOutputInterface> localOutput = localMixer->GetOutput();
+    const std::shared_ptr<DRMXOutputInterface> streamOutput = streamMixer->GetOutput();
+    if (result.Succeeded() && !localOutput)
+    {
+        result = kDRAVResultErrInvalidState;
+        result.LogError("local mixer has no output");
+    }
+    if (result.Succeeded() && !streamOutput)
+    {
+        result = kDRAVResultErrInvalidState;
+        result.LogError("stream mixer has no output");
+    }
+
+    if (result.Succeeded())
+    {
+        std::vector<std::shared_ptr<DRMXInputInterface>> inputs = localInputs;
+        inputs.insert(inputs.end(), streamInputs.begin(), streamInputs.end());
+        for (const auto& input : inputs)
+        {
+            auto* unit = dynamic_cast<DRMXAudioUnitInterface*>(input.get());
+            if (unit == nullptr)
+            {
+                result = kDRAVResultErrInvalidState;
+                result.LogError("input is no audio unit");
+                continue;
+            }
+            // One input that doesn't start doesn't stop the mix: it stays a silent channel.
+            result = unit->AudioUnitStart(ts);
+            if (!result.Succeeded())
+            {
+                result.LogError("input start fail");
+                result = kDRAVResultOk;
+            }
+        }
+    }
+
+    const DRMXMixerType monitor = impl_->monitorMixerType.load();
+    if (result.Succeeded())
+    {
+        result = StartOutput(localOutput, ts);
+        localOutput->SetEngineMute(monitor == kMixerStream);
+    }
+    if (result.Succeeded())
+    {
+        result = StartOutput(streamOutput, ts);
+        if (const std::shared_ptr<DRMXOutputInterface> monitoring = streamMixer->GetMonitoringOutput())
+        {
+            result = StartOutput(monitoring, ts);
+            monitoring->SetOutputLevel(streamOutput->GetOutputLevel());
+            monitoring->SetEngineMute(monitor == kMixerLocal);
+        }
+    }
+    if (result.Succeeded())
+    {
+        result = localMixer->AudioUnitStart(ts);
+    }
+    if (result.Succeeded())
+    {
+        std::shared_ptr<DRMXMicrophoneInterface> microphone;
+        result = GetMicrophoneInterface(DRMXInputSelector(), &microphone);
+        if (result.Succeeded())
+        {
+            if (auto* unit = dynamic_cast<DRMXAudioUnitInterface*>(microphone.get()))
+            {
+                unit->AudioUnitStart(ts);
+            }
+        }
+    }
+    if (result.Succeeded())
+    {
+        result = streamMixer->AudioUnitStart(ts);
+    }
+
+    for (const auto& [type, mixer] : mixers_)
+    {
+        if (mixer)
+        {
+            mixer->EnableStreamMonitor(monitor == kMixerStream);
+        }
+    }
+
+    if (result.Succeeded())
+    {
+        mixing_.store(true);
+        SetLevelMeteringEnabled(true);
+        impl_->processActivity.Begin();
+    }
+    else
+    {
+        // Take down whatever this attempt started.
+        impl_->levelMeteringEnabled.store(false);
+        impl_->levelWake.notify_all();
+        impl_->processActivity.End();
+        StopMixingLocked();
+    }
+    return result;
+}
+
+void DRMXManager::StopMixing()
+{
+    if (!mixing_.load())
+    {
+        return;
+    }
+    impl_->levelMeteringEnabled.store(false);
+    impl_->levelWake.notify_all();
+    impl_->processActivity.End();
+
+    CDplScopedLock lock(mixerLock_);
+    if (!mixing_.load())
+    {
+        return;
+    }
+    if (mixers_.count(kMixerLocal) == 0 || mixers_.count(kMixerStream) == 0)
+    {
+        return;  // mixing stays set: nothing here can be stopped
+    }
+    StopMixingLocked();
+    mixing_.store(false);
+}
+
+// Stops outputs, then mixes, then inputs. The caller holds the mixer lock.
+void DRMXManager::StopMixingLocked()
+{
+    const auto local = mixers_.find(kMixerLocal);
+    const auto stream = mixers_.find(kMixerStream);
+    if (local == mixers_.end() || stream == mixers_.end() || !local->second || !stream->second)
+    {
+        return;
+    }
+    const std::shared_ptr<DRMXMixerBase>& localMixer = local->second;
+    const std::shared_ptr<DRMXMixerBase>& streamMixer = stream->second;
+
+    for (const std::shared_ptr<DRMXOutputInterface>& output :
+         {localMixer->GetOutput(), streamMixer->GetOutput(), streamMixer->GetMonitoringOutput()})
+    {
+        if (DRMXAudioUnitInterface* unit = AudioUnitOf(output))
+        {
+            unit->AudioUnitStop();
+        }
+    }
+    localMixer->AudioUnitStop();
+    streamMixer->AudioUnitStop();
+    for (const auto& mixer : {localMixer, streamMixer})
+    {
+        for (const auto& input : mixer->GetInputs())
+        {
+            if (auto* unit = dynamic_cast<DRMXAudioUnitInterface*>(input.get()))
+            {
+                unit->AudioUnitStop();
+            }
+        }
+    }
+}
+
+// Settings façade.
+
+DRAVResult DRMXManager::GetMicrophoneSettings(DRMXMicrophoneSettings& settings) const
+{
+    CDplScopedLock lock(settingsLock_);
+    if (!settings_.isLoadedCorrectly())
+    {
+        return DRAVResult(kDRAVResultErrNotInitialized);
+    }
+    settings = settings_.microphoneSettings;
+    return DRAVResult(kDRAVResultOk);
+}
+
+DRAVResult DRMXManager::GetApplicationSettings(DRMXApplicationSettings& settings) const
+{
+    CDplScopedLock lock(settingsLock_);
+    settings = settings_.applicationSettings;
+    return DRAVResult(kDRAVResultOk);
+}
+
+DRAVResult DRMXManager::SetApplicationSettings(DRMXApplicationSettings settings)
+{
+    CDplScopedLock lock(settingsLock_);
+    settings_.applicationSettings = std::move(settings);
+    return DRAVResult(kDRAVResultOk);
+}
+
+DRAVResult DRMXManager::SetAndSaveSettings(DRMXMicrophoneSettings microphone, DRMXApplicationSettings application)
+{
+    CDplScopedLock lock(settingsLock_);
+    settings_.microphoneSettings = std::move(microphone);
+    settings_.applicationSettings = std::move(application);
+    const DRAVResult result = settings_.SaveSettings(settingsPath_);
+    if (result == kDRAVResultOk)
+    {
+        noSettingsFileAvailable_.store(false);
+    }
+    return result;
+}
+
+DRAVResult DRMXManager::GetMixerConfigurationSettings(DRMXMixerConfiguration& configuration) const
+{
+    CDplScopedLock lock(settingsLock_);
+    if (!settings_.isLoadedCorrectly())
+    {
+        return DRAVResult(kDRAVResultErrNotInitialized);
+    }
+    configuration = settings_.mixerConfiguration;
+    return DRAVResult(kDRAVResultOk);
+}
+
+DRAVResult DRMXManager::SetMixerConfigurationSettings(DRMXMixerConfiguration configuration)
+{
+    CDplScopedLock lock(settingsLock_);
+    // The buffer sizes are the engine's to decide: they keep their stored values.
+    configuration.audioBufferSizeInputMSec = settings_.mixerConfiguration.audioBufferSizeInputMSec;
+    configuration.audioBufferSizeOutputMSec = settings_.mixerConfiguration.audioBufferSizeOutputMSec;
+    settings_.mixerConfiguration = std::move(configuration);
+    return DRAVResult(kDRAVResultOk);
+}
+
+void DRMXManager::setSaveSettingsAllowed(bool allowed)
+{
+    CDplScopedLock lock(settingsLock_);
+    settings_.setSaveSettingsAllowed(allowed);
+}
+
+std::string DRMXManager::GetSettingsPath() const
+{
+    CDplScopedLock lock(settingsLock_);
+    return settingsPath_;
+}
+
+void DRMXManager::UpdateMicSettingsByOS(DRMXSettings& settings)
+{
+    DRMXMicrophoneSettings microphone = settings.microphoneSettings;
+    UpdateMicSettingsByOS(microphone);
+    settings.microphoneSettings = microphone;
+}
+
+void DRMXManager::UpdateMicSettingsByOS(DRMXMicrophoneSettings& settings)
+{
+    std::shared_ptr<DRMXMicrophoneInterface> microphone;
+    if (!GetMicrophoneInterface(DRMXInputSelector(), &microphone).Succeeded() || !microphone)
+    {
+        return;
+    }
+    if (auto object = std::dynamic_pointer_cast<DRAVObject>(microphone))
+    {
+        settings.gain = cutToNormalizedValue(object->GetDoubleProperty(kPropertyMicrophoneGain));
+        settings.outputVolume = cutToNormalizedValue(object->GetDoubleProperty(kPropertyMicrophoneOutputVolume));
+    }
+}
+
+// Devices, microphone and application facts.
+
+std::vector<DRMXInputSelector> DRMXManager::GetAvailableInputs(DRMXInputType type)
+{
+    if (type == kInputTypeMainMicrophone)
+    {
+        CDplScopedLock lock(microphoneLock_);
+        if (!mainMicrophoneSelector_.GetInputID().empty())
+        {
+            return {mainMicrophoneSelector_};
+        }
+    }
+    std::vector<DRMXInputSelector> inputs = GetAvailableInputsPlatformSpecific(type);
+    if (type == kInputTypeMainMicrophone || type == kInputTypeFurtherMicrophone)
+    {
+        for (DRMXInputSelector& input : inputs)
+        {
+            input.SetName(NameFromReed(input.GetName()));
+        }
+    }
+    return inputs;
+}
+
+std::vector<DRMXOutputSelector> DRMXManager::GetAvailableOutputs(const DRMXOutputType& type,
+                                                                 const DRMXOutputTerminalType& terminal)
+{
+    std::vector<DRMXOutputSelector> outputs = GetAvailableOutputsPlatformSpecific(kOutputTypeAny);
+    if (type == kOutputTypeAny && terminal == kTerminalUnknown)
+    {
+        return {};
+    }
+    std::vector<DRMXOutputSelector> kept;
+    std::copy_if(outputs.begin(), outputs.end(), std::back_inserter(kept), [&](const DRMXOutputSelector& output) {
+        return output.GetType() == type && output.GetTerminalType() == terminal;
+    });
+    return kept;
+}
+
+std::vector<DRMXOutputSelector> DRMXManager::GetAvailableOutputs(DRMXOutputType type, std::string name)
+{
+    std::vector<DRMXOutputSelector> outputs = GetAvailableOutputsPlatformSpecific(kOutputTypeAny);
+    if (type == kOutputTypeAny && name.empty())
+    {
+        return outputs;
+    }
+    std::string path;
+    const auto identifier = DRMXVirtualDeviceNames::VirtualDeviceIdentifiers.find(name);
+    if (identifier != DRMXVirtualDeviceNames::VirtualDeviceIdentifiers.end() && !identifier->second.empty())
+    {
+        path = identifier->second + "Out";
+    }
+    std::vector<DRMXOutputSelector> kept;
+    for (const DRMXOutputSelector& output : outputs)
+    {
+        if (output.GetType() != type)
+        {
+            continue;
+        }
+        bool taken = false;
+        if (name == DRMXVirtualDeviceNames::kTidemixHeadphone)
+        {
+            taken = output.IsDrovaneMicrophone();
+        }
+        else
+        {
+            taken = (!path.empty() && output.GetDevicePath() == path) || name.empty() || name == output.GetName();
+        }
+        if (taken)
+        {
+            kept.push_back(output);
+        }
+    }
+    return kept;
+}
+
+DRMXInputSelector DRMXManager::GetMainMicrophoneInput()
+{
+    MixerThenMicrophoneLock lock(mixerLock_, microphoneLock_);
+    if (mainMicrophoneSelector_.GetInputID().empty())
+    {
+        const std::vector<DRMXInputSelector> inputs = GetAvailableInputs(kInputTypeMainMicrophone);
+        // With two microphones nothing is chosen here: the device observer marks one as main.
+        if (inputs.size() == 1)
+        {
+            mainMicrophoneSelector_ = inputs.front();
+        }
+    }
+    return mainMicrophoneSelector_;
+}
+
+DRMXOutputSelector DRMXManager::GetMainMicrophoneOutput()
+{
+    const std::vector<DRMXOutputSelector> outputs =
+        GetAvailableOutputs(kOutputTypeHardware, std::string(DRMXVirtualDeviceNames::kTidemixHeadphone));
+    return outputs.empty() ? DRMXOutputSelector() : outputs.front();
+}
+
+DRAVResult DRMXManager::CreateInput(const DRMXInputSelector& selector, std::shared_ptr<DRMXInputInterface>* out)
+{
+    if (out == nullptr)
+    {
+        return DRAVResult(kDRAVResultErrNullPointer);
+    }
+    return CreateInputPlatformSpecific(selector, out);
+}
+
+DRAVResult DRMXManager::GetMicrophoneInterface(const DRMXInputSelector& /*the main microphone is meant*/,
+                                               std::shared_ptr<DRMXMicrophoneInterface>* out)
+{
+    if (out == nullptr)
+    {
+        return DRAVResult(kDRAVResultErrNullPointer);
+    }
+    MixerThenMicrophoneLock lock(mixerLock_, microphoneLock_);
+    out->reset();
+    DRAVResult result(kDRAVResultErrNotFound);
+    if (mainMicrophone_)
+    {
+        *out = mainMicrophone_;
+        return DRAVResult(kDRAVResultOk);
+    }
+    const DRMXInputSelector selector = GetMainMicrophoneInput();
+    if (!selector.GetInputID().empty())
+    {
+        std::shared_ptr<DRMXInputInterface> input;
+        result = CreateInput(selector, &input);
+        if (result.Succeeded())
+        {
+            std::shared_ptr<DRMXMicrophoneInterface> microphone =
+                std::dynamic_pointer_cast<DRMXMicrophoneInterface>(input);
+            if (!microphone)
+            {
+                result = kDRAVResultErrInvalidCast;
+            }
+            else
+            {
+                mainMicrophone_ = microphone;
+                result = SetupMicrophoneInterface(microphone, selector);
+                *out = microphone;
+            }
+        }
+    }
+    if (!*out)
+    {
+        result.LogError("No Drovane microphone found");
+    }
+    return result;
+}
+
+DRAVResult DRMXManager::SetupMicrophoneInterface(const std::shared_ptr<DRMXMicrophoneInterface>& microphone,
+                                                 const DRMXInputSelector& selector)
+{
+    microphone->SetMicrophoneType(GetTypeById(selector.GetProductId()));
+    microphone->SetHardwareId(selector.GetHardwareId());
+    DRMXMicrophoneSettings settings;
+    if (GetMicrophoneSettings(settings).Succeeded())
+    {
+        if (auto* configurable = dynamic_cast<DRMXMicrophoneConfigurable*>(microphone.get()))
+        {
+            configurable->UpdateConfigurationBySettings(settings, true);
+        }
+        if (auto* unit = dynamic_cast<DRMXAudioUnitInterface*>(microphone.get()))
+        {
+            unit->AudioUnitStart(DRAVTimestamp(-1));
+        }
+    }
+    return microphone->Init();
+}
+
+void DRMXManager::UpdateMainMicrophoneCache()
+{
+    MixerThenMicrophoneLock lock(mixerLock_, microphoneLock_);
+    mainMicrophone_.reset();
+    mainMicrophoneSelector_ = DRMXInputSelector();
+    if (auto coreAudio = std::dynamic_pointer_cast<DRMXDeviceObserverCoreAudio>(
+            FindDeviceObserver(kDeviceNotificationCoreAudio)))
+    {
+        coreAudio->ResetMainMicrophoneID();
+    }
+    std::shared_ptr<DRMXMicrophoneInterface> microphone;
+    GetMicrophoneInterface(DRMXInputSelector(), &microphone);
+}
+
+bool DRMXManager::IsMicrophoneConnected()
+{
+    return systemAwake_.load() && IsMicrophoneConnectedPlatformSpecific();
+}
+
+bool DRMXManager::IsDFUMicrophoneConnected()
+{
+    return systemAwake_.load() && IsAnyDFUMicrophoneConnectedPlatformSpecific();
+}
+
+bool DRMXManager::IsVirtualDeviceInitialized(std::string name)
+{
+    return systemAwake_.load() && CheckDeviceInitializedPlatformSpecific(name);
+}
+
+DRAVResult DRMXManager::GetFirmwarePath(DRMXMicrophoneType type, std::string& path)
+{
+    switch (type)
+    {
+    case kMicrophoneTypeReed1:
+    case kMicrophoneTypeReed1DFU: path = "reed_1_firmware.dfu"; break;
+    case kMicrophoneTypeReed3:
+    case kMicrophoneTypeReed3DFU: path = "reed_3_firmware.dfu"; break;
+    case kMicrophoneTypeReedPro:
+    case kMicrophoneTypeReedProDFU: path = "reed_pro_firmware.dfu"; break;
+    default: break;
+    }
+    path = DRMXApplicationBundle::PathForBundleResource(path);
+    std::error_code error;
+    return DRAVResult(!path.empty() && std::filesystem::is_regular_file(path, error) ? kDRAVResultOk
+                                                                                     : kDRAVResultErrNotFound);
+}
+
+DRAVResult DRMXManager::GetSupportedSamplerates(std::vector<uint32_t>&)
+{
+    return DRAVResult(kDRAVResultErrNotImplemented);
+}
+
+DRAVResult DRMXManager::GetCurrentSampleRate(uint32_t&)
+{
+    return DRAVResult(kDRAVResultErrNotImplemented);
+}
+
+DRAVResult DRMXManager::SetSampleRate(uint32_t)
+{
+    return DRAVResult(kDRAVResultErrNotImplemented);
+}
+
+bool DRMXManager::ChangedAppAudioEndpointIsInUse() const
+{
+    const auto observer =
+        std::dynamic_pointer_cast<DRMXDeviceObserverAppAudio>(FindDeviceObserver(kDeviceNotificationAppAudio));
+    const std::string bundleId = observer ? observer->GetLastChangedBundleId() : std::string();
+    if (!observer || bundleId.empty())
+    {
+        return false;
+    }
+    const std::shared_ptr<DRMXMixerBase> local = GetMixerForType(kMixerLocal);
+    if (!local)
+    {
+        return false;
+    }
+    for (const auto& input : local->GetInputs())
+    {
+        if (input && input->GetSelector().GetHardwareId() == bundleId)
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Observers, monitoring and levels.
+
+std::shared_ptr<DRMXDeviceObserverBase> DRMXManager::FindDeviceObserver(DRMXDeviceNotification notification) const
+{
+    CDplScopedLock lock(microphoneLock_);
+    for (const auto& observer : deviceObservers_)
+    {
+        if (observer && observer->GetNotification() == notification)
+        {
+            return observer;
+        }
+    }
+    return nullptr;
+}
+
+DRAVResult DRMXManager::AttachDeviceChangeObserver(KVObserver* observer, DRMXDeviceNotification notification)
+{
+    std::vector<std::shared_ptr<DRMXDeviceObserverBase>> observers;
+    {
+        CDplScopedLock lock(microphoneLock_);
+        observers = deviceObservers_;
+    }
+    DRAVResult result(kDRAVResultOk);
+    for (const auto& deviceObserver : observers)
+    {
+        if (deviceObserver &&
+            (deviceObserver->GetNotification() == kDeviceNotificationAny ||
+             deviceObserver->GetNotification() == notification))
+        {
+            result = deviceObserver->AttachObserver(observer);
+        }
+    }
+    return result;
+}
+
+DRAVResult DRMXManager::DetachDeviceChangeObserver(KVObserver* observer)
+{
+    std::vector<std::shared_ptr<DRMXDeviceObserverBase>> observers;
+    {
+        CDplScopedLock lock(microphoneLock_);
+        observers = deviceObservers_;
+    }
+    DRAVResult result(kDRAVResultOk);
+    for (const auto& deviceObserver : observers)
+    {
+        if (deviceObserver)
+        {
+            result = deviceObserver->DetachObserver(observer);
+        }
+    }
+    return result;
+}
+
+void DRMXManager::EnableDeviceNotification(bool enable)
+{
+    std::vector<std::shared_ptr<DRMXDeviceObserverBase>> observers;
+    {
+        CDplScopedLock lock(microphoneLock_);
+        observers = deviceObservers_;
+    }
+    for (const auto& observer : observers)
+    {
+        if (observer)
+        {
+            observer->SetEnabled(enable);
+        }
+    }
+}
+
+std::shared_ptr<DRMXMixerBase> DRMXManager::GetMixerForType(const DRMXMixerType& type) const
+{
+    // The map is replaced by Init on another thread: a look-up under the lock.
+    CDplScopedLock lock(mixerLock_);
+    const auto found = mixers_.find(type);
+    return found == mixers_.end() ? nullptr : found->second;
+}
+
+DRMXMixerType DRMXManager::GetMonitorMixerType() const
+{
+    return impl_->monitorMixerType.load();
+}
+
+void DRMXManager::SetMonitorMixerType(const DRMXMixerType& type)
+{
+    impl_->monitorMixerType.store(type);
+    CDplScopedLock lock(mixerLock_);
+    for (const auto& [mixerType, mixer] : mixers_)
+    {
+        if (mixer)
+        {
+            mixer->EnableStreamMonitor(type == kMixerStream);
+        }
+    }
+}
+
+bool DRMXManager::GetLevelMeteringEnabled() const
+{
+    return impl_->levelMeteringEnabled.load();
+}
+
+DRAVResult DRMXManager::SetLevelMeteringEnabled(bool enabled)
+{
+    if (!mixing_.load())
+    {
+        return DRAVResult(kDRAVResultErrInvalidState);
+    }
+    impl_->levelMeteringEnabled.store(enabled);
+    if (enabled)
+    {
+        ScheduleLevelMeteringLoop();
+    }
+    else
+    {
+        impl_->levelWake.notify_all();
+    }
+    return DRAVResult(kDRAVResultOk);
+}
+
+void DRMXManager::ScheduleLevelMeteringLoop()
+{
+    bool expected = false;
+    if (!impl_->levelLoopScheduled.compare_exchange_strong(expected, true))
+    {
+        return;  // a loop is queued or running and will see the flag
+    }
+    impl_->levelQueue.dispatch([this] {
+        for (;;)
+        {
+            while (impl_->levelMeteringEnabled.load())
+            {
+                RunLevelMeteringPass();
+                std::unique_lock wait(impl_->levelWakeMutex);
+                impl_->levelWake.wait_for(wait, std::chrono::microseconds(kLevelMeteringIntervalMicroseconds),
+                                          [this] { return !impl_->levelMeteringEnabled.load(); });
+            }
+            impl_->levelLoopScheduled.store(false);
+            // Enabled again between the last test and the store: keep the loop,
+            // unless another dispatch has taken it over.
+            bool expected = false;
+            if (!impl_->levelMeteringEnabled.load() ||
+                !impl_->levelLoopScheduled.compare_exchange_strong(expected, true))
+            {
+                return;
+            }
+        }
+    });
+}
+
+void DRMXManager::RunLevelMeteringPass()
+{
+    CDplScopedLock lock(mixerLock_);
+    for (const DRMXMixerType type : {kMixerLocal, kMixerStream})
+    {
+        const auto found = mixers_.find(type);
+        if (found == mixers_.end() || !found->second)
+        {
+            continue;
+        }
+        const std::shared_ptr<DRMXMixerBase>& mixer = found->second;
+        mixer->EnumerateMixerNodes([&mixer](const std::shared_ptr<DRMXMixerNodeBase>& node, bool*) {
+            if (!node)
+            {
+                return;
+            }
+            for (int channel = 0; channel < 2; ++channel)
+            {
+                node->SetVULevel(mixer->GetMixerNodeVULevel(node, channel), channel);
+            }
+        });
+        if (auto output = std::dynamic_pointer_cast<DRMXOutputBase>(mixer->GetOutput()))
+        {
+            for (int channel = 0; channel < 2; ++channel)
+            {
+                output->SetVULevel(mixer->GetMixerOutputVULevel(channel), channel);
+            }
+        }
+    }
+}
+
+int64_t DRMXManager::GetAudioBufferFrameCount() const
+{
+    return impl_->audioBufferFrameCount.load();
+}
+
+int64_t DRMXManager::GetAudioBufferMSecInput() const
+{
+    return impl_->audioBufferMSecInput.load();
+}
+
+int64_t DRMXManager::GetAudioBufferMSecOutput() const
+{
+    return impl_->audioBufferMSecOutput.load();
+}
+
+// Handlers.
+
+void DRMXManager::HandleDeviceChange(const DRAVPropertyKVPair& pair)
+{
+    // 4 is a change of application audio, which doesn't concern the microphone.
+    if (pair.GetInt() != kDeviceNotificationAppAudio)
+    {
+        UpdateMainMicrophoneCache();
+    }
+}
+
+void DRMXManager::HandlePowerChange(const DRAVPropertyKVPair& pair)
+{
+    std::shared_ptr<DRMXMicrophoneInterface> microphone;
+    {
+        CDplScopedLock lock(microphoneLock_);
+        microphone = mainMicrophone_;
+    }
+    if (!microphone)
+    {
+        return;
+    }
+    const int64_t state = pair.GetInt();
+    if (state >= 1 && state <= 3)
+    {
+        systemAwake_.store(false);
+        StopMixing();
+        microphone->SetMicrophoneAllLEDOff(true);
+    }
+    else
+    {
+        StartMixing();
+        systemAwake_.store(true);
+        microphone->SetMicrophoneAllLEDOff(false);
+    }
+}
