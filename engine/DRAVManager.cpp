@@ -1,6 +1,7 @@
 #include "engine/DRAVManager.h"
 
 #include "portable-core/DRAVLogFolder.h"
+#include "portable-core/DplFile.h"
 #include "settings/DRMXSettings.h"
 
 DRAVManager* DRAVManager::GetDRAVManager()
@@ -68,7 +69,7 @@ DRAVResult DRAVManager::SetEngineSettings(const DRAVEngineSettings& settings, bo
 DRAVResult DRAVManager::LoadEngineSettings(const std::string& folder)
 {
     CDplScopedLock lock(lock_);
-    settingsPath_ = DRAVJoinPath(folder, DRMX_Settings::SETTINGS_JSON_FILENAME);
+    settingsPath_ = DplFile_AddPathComponent(folder, DRMX_Settings::SETTINGS_JSON_FILENAME);
     return settings_.LoadSettings(settingsPath_);
 }
 

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "engine/DRAVRingBuffer.h"
 #include "engine/DRAVThreadedBufferQueue.h"
 #include "engine/DRAVUnit.h"
 #include "portable-core/DRAVLog.h"
@@ -61,7 +62,14 @@ std::shared_ptr<DRAVQueueInterface> DRAVUnitPin::CreateQueue(DRAVPinType type, c
             CDplScopedLock lock(RingFactoryMutex());
             factory = RingFactory();
         }
-        return factory ? factory(name) : nullptr;
+        if (factory)
+        {
+            return factory(name);
+        }
+        // The engine's time-stamped ring, unless a test has put another in its place.
+        auto ring = std::make_shared<DRAVRingBuffer>(name);
+        ring->Init();
+        return ring;
     }
     const uint32_t mode = ThreadedQueueMode(type);
     if (mode == 0)

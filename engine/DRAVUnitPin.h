@@ -26,8 +26,8 @@ class DRAVUnit;
 class DRAVUnitPin : public DRAVObject, public DRAVMediaBufferDelegate
 {
 public:
-    // Makes the queue for a ring pin. Until a ring queue is installed, such a
-    // pin has no queue and its Init gives ErrNullPointer.
+    // Replaces the engine's time-stamped ring as the queue of ring pins (tests
+    // install their own); an empty factory restores the engine's ring.
     using RingQueueFactory = std::function<std::shared_ptr<DRAVQueueInterface>(const std::string& name)>;
     static RingQueueFactory InstallRingQueueFactory(RingQueueFactory factory);
 

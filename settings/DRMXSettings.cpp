@@ -13,6 +13,7 @@
 #include <system_error>
 
 #include "settings/DPLJSONUtils.h"
+#include "settings/DRAVEngineSettings.h"
 #include "settings/InvalidSettingsException.h"
 
 namespace DRMX_Settings
@@ -223,7 +224,9 @@ DRAVResult DRMXSettings::SaveSettings(const std::string& path)
     }
 
     // The file is shared with the engine's settings: keep every key that
-    // isn't ours, so that a save of this section never drops the other.
+    // isn't ours, so that a save of this section never drops the other, and
+    // don't let the two savers interleave their read-merge-write.
+    std::lock_guard fileLock(DRAVSettingsFileMutex());
     nlohmann::json root = nlohmann::json::object();
     std::string existing;
     if (ReadWholeFile(path, existing))

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "engine/DRAVRingBuffer.h"
+
 #include <nlohmann/json.hpp>
 
 #include <memory>
@@ -81,11 +83,12 @@ TEST_F(SourceTest, AudioAlwaysLeavesThroughARing)
     ASSERT_EQ(blocking->InitSource(kDRAVPinTypePullBlocking), kDRAVResultOk);
     EXPECT_EQ(blocking->GetOutputPin(0)->GetPinType(), kDRAVPinTypePullBlocking);
 
-    // Without a ring queue the source cannot start.
+    // Without a test ring the source's ring is the engine's time-stamped ring.
     auto installed = DRAVUnitPin::InstallRingQueueFactory(nullptr);
-    auto ringless = std::make_shared<PlainSource>("ringless");
-    EXPECT_EQ(ringless->InitSource(kDRAVPinTypePull), kDRAVResultErrNullPointer);
-    EXPECT_FALSE(ringless->IsUnitInitialized());
+    auto engineRing = std::make_shared<PlainSource>("engine ring");
+    EXPECT_EQ(engineRing->InitSource(kDRAVPinTypePull), kDRAVResultOk);
+    EXPECT_NE(std::dynamic_pointer_cast<DRAVRingBuffer>(engineRing->GetOutputPin(0)->GetQueue()), nullptr);
+    engineRing->Deinit();
     DRAVUnitPin::InstallRingQueueFactory(installed);
 }
 

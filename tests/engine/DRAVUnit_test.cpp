@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "engine/DRAVRingBuffer.h"
+
 #include <memory>
 #include <string>
 #include <thread>
@@ -294,10 +296,11 @@ TEST_F(UnitTest, ChangePinTypeReplacesTheQueue)
     EXPECT_NE(pin->GetQueue(), former);
     EXPECT_EQ(ring->GetCapacity(), DRAVUnitPin::kRingInitSizeBytes);
 
-    // Without a ring queue the ring pin has no queue.
+    // Without a test ring the pin gets the engine's time-stamped ring.
     auto installed = DRAVUnitPin::InstallRingQueueFactory(nullptr);
-    EXPECT_EQ(pin->ChangePinType(kDRAVPinTypePullRingBuffer), kDRAVResultErrNullPointer);
-    EXPECT_EQ(unit->ProcessFrame(0, MakeFrame(0, 960)), kDRAVResultErrNullPointer);
+    EXPECT_EQ(pin->ChangePinType(kDRAVPinTypePullRingBuffer), kDRAVResultOk);
+    EXPECT_NE(std::dynamic_pointer_cast<DRAVRingBuffer>(pin->GetQueue()), nullptr);
+    EXPECT_EQ(unit->ProcessFrame(0, MakeFrame(0, 960)), kDRAVResultOk);
     DRAVUnitPin::InstallRingQueueFactory(installed);
 }
 
