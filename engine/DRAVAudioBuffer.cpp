@@ -1,14 +1,39 @@
 #include "engine/DRAVAudioBuffer.h"
 
+#include <limits>
+
 #include "engine/DRAVBufferRAM.h"
 #include "engine/DRAVMediaBufferLock.h"
+#include "sound/DplAudioConverters.h"
 
-// Turns samples of one type into another, `samples` single samples at a time.
+// Turns samples of one type into another, `samples` single samples at a
+// time, through the sound library's converter family.
 class DRAVAudioSampleConverter
 {
 public:
-    virtual ~DRAVAudioSampleConverter() = default;
-    virtual void Convert(const uint8_t* from, uint8_t* to, int64_t samples) = 0;
+    explicit DRAVAudioSampleConverter(std::unique_ptr<CSampleFunnel> funnel) : funnel_(std::move(funnel)) {}
+
+    // False when the samples can't be converted (too many for one call, or a
+    // count the converter refuses).
+    bool Convert(const uint8_t* from, uint8_t* to, int64_t samples)
+    {
+        if (samples < 0 || samples > std::numeric_limits<int>::max())
+        {
+            return false;
+        }
+        try
+        {
+            funnel_->FunnelBuffer(to, from, static_cast<int>(samples));
+            return true;
+        }
+        catch (int)
+        {
+            return false;  // the quantizer refuses a count that isn't whole frames
+        }
+    }
+
+private:
+    std::unique_ptr<CSampleFunnel> funnel_;
 };
 
 DRAVAudioBufferHelper::DRAVAudioBufferHelper(const std::string& name) : name_(name) {}
@@ -24,15 +49,22 @@ DRAVResult DRAVAudioBufferHelper::InitWithParent(const std::weak_ptr<DRAVMediaBu
 DRAVResult DRAVAudioBufferHelper::CreateConverter(DRAVAudioSampleType from, DRAVAudioSampleType to,
                                                   uint32_t channels)
 {
-    (void)channels;
     if (from == to)
     {
         return DRAVResult(kDRAVResultErrNullPointer);
     }
     converter_.reset();
     converterTarget_ = kDRAVAudioSampleTypeUnknown;
-    return DRAVResult(kDRAVResultErrNotImplemented, "no sample converter from type %d to %d",
-                      static_cast<int>(from), static_cast<int>(to));
+    std::unique_ptr<CSampleFunnel> funnel = DplAudio_CreateSampleTypeConverter(
+        CSampleType(MapSampleType(from)), CSampleType(MapSampleType(to)), static_cast<int>(channels), nullptr);
+    if (!funnel)
+    {
+        return DRAVResult(kDRAVResultErrNullPointer, "no sample converter from type %d to %d",
+                          static_cast<int>(from), static_cast<int>(to));
+    }
+    converter_ = std::make_unique<DRAVAudioSampleConverter>(std::move(funnel));
+    converterTarget_ = to;
+    return DRAVResult(kDRAVResultOk);
 }
 
 DRAVResult DRAVAudioBufferHelper::CopyBuffer(std::shared_ptr<DRAVAudioBuffer>* out,
@@ -97,7 +129,10 @@ DRAVResult DRAVAudioBufferHelper::CopyBuffer(std::shared_ptr<DRAVAudioBuffer>* o
     const int64_t targetUsed = used * targetBits / sourceBits;
     if (sourceType != sampleType)
     {
-        converter_->Convert(source->GetData(), target->GetData(), samples);
+        if (!converter_->Convert(source->GetData(), target->GetData(), samples))
+        {
+            return DRAVResult(kDRAVResultErrConversionFailed);
+        }
         result = target->SetSizeCurrent(targetUsed);
     }
     else

@@ -171,4 +171,32 @@ TEST(DRAVAudioBuffer, CopyOfTheSameTypeCarriesContentAndTime)
     EXPECT_EQ(memcmp(copy->GetStorage()->GetData(), samples.data(), 800), 0);
     EXPECT_EQ(frame->CopyToFloat(nullptr).GetCode(), kDRAVResultErrNullPointer);
 }
+TEST(DRAVAudioBuffer, CopiesBetweenFloatAndSixteenBitUseTheSoundConverters)
+{
+    // Stereo float: silence, full scale both ways, a half, beyond full scale.
+    const std::vector<float> samples = {0.0f, 0.0f, 1.0f, -1.0f, 0.5f, -0.5f, 1.5f, -1.5f};
+    const int64_t bytes = static_cast<int64_t>(samples.size() * sizeof(float));
+    auto frame = DRAVAudioBuffer::GetAudioBuffer("src", bytes, kDefaultAudioFormatFloat, samples.data(), bytes);
+    frame->SetTimestamp(DRAVTimestamp(7));
+    std::shared_ptr<DRAVAudioBuffer> shorts;
+    ASSERT_TRUE(frame->CopyToInt16(&shorts).Succeeded());
+    ASSERT_TRUE(shorts);
+    EXPECT_EQ(shorts->GetAudioFormat()->GetSampleType(), kDRAVAudioSampleTypeInt16);
+    EXPECT_EQ(shorts->GetUsedBufferSize(), bytes / 2);
+    EXPECT_EQ(shorts->GetTimestamp().Get(), 7);
+    // The clamping quantizer: a scale of 32767, truncation, the full range at the ends.
+    const auto* converted = reinterpret_cast<const int16_t*>(shorts->GetStorage()->GetData());
+    const std::vector<int16_t> expected = {0, 0, 32767, -32768, 16383, -16383, 32767, -32768};
+    EXPECT_EQ(std::vector<int16_t>(converted, converted + expected.size()), expected);
+
+    // And back: the 16-bit scale maps the whole range onto -1 to 1.
+    std::shared_ptr<DRAVAudioBuffer> floats;
+    ASSERT_TRUE(shorts->CopyToFloat(&floats).Succeeded());
+    ASSERT_TRUE(floats);
+    EXPECT_EQ(floats->GetUsedBufferSize(), bytes);
+    const auto* back = reinterpret_cast<const float*>(floats->GetStorage()->GetData());
+    EXPECT_FLOAT_EQ(back[2], 1.0f);
+    EXPECT_FLOAT_EQ(back[3], -1.0f);
+    EXPECT_NEAR(back[4], 0.5f, 1e-4f);
+}
 }  // namespace
