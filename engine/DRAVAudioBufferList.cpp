@@ -5,6 +5,8 @@
 #include <cstring>
 #include <limits>
 
+#include "engine/DRAVAudioFormat.h"
+
 namespace
 {
 constexpr size_t kBufferAlignment = 64;
@@ -100,4 +102,15 @@ AudioStreamBasicDescription ASBDForLinearPCM(double sampleRate, uint32_t channel
     }
     asbd.mBytesPerPacket = asbd.mBytesPerFrame;
     return asbd;
+}
+
+AudioStreamBasicDescription ASBDFromAudioFormat(const DRAVAudioFormat& format)
+{
+    return ASBDForLinearPCM(format.GetSampleRate(), format.GetNumChannels(),
+                            format.GetSampleType() == kDRAVAudioSampleTypeFloat, format.GetFlag());
+}
+
+AudioStreamBasicDescription ASBDFromAudioFormatPtr(const std::shared_ptr<DRAVAudioFormat>& format)
+{
+    return format ? ASBDFromAudioFormat(*format) : AudioStreamBasicDescription();
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "engine/DRAVCoreAudioTypes.h"
 
@@ -18,3 +19,11 @@ void DestroyAudioBufferList(AudioBufferList** list);
 // Linear PCM with one frame per packet: float (32 bits) or signed integer (16
 // bits), packed, and non-interleaved when planar.
 AudioStreamBasicDescription ASBDForLinearPCM(double sampleRate, uint32_t channels, bool isFloat, bool planar);
+
+class DRAVAudioFormat;
+
+// The stream description of an engine format: float or 16-bit by its sample
+// type, planar when the format's flag is set. A null format gives an empty
+// description.
+AudioStreamBasicDescription ASBDFromAudioFormat(const DRAVAudioFormat& format);
+AudioStreamBasicDescription ASBDFromAudioFormatPtr(const std::shared_ptr<DRAVAudioFormat>& format);

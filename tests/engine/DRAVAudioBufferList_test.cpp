@@ -1,4 +1,5 @@
 #include "engine/DRAVAudioBufferList.h"
+#include "engine/DRAVAudioFormat.h"
 
 #include <gtest/gtest.h>
 
@@ -108,3 +109,23 @@ TEST(DRAVAudioBufferList, EdgeSizesAndNullsAreSafe)
 }
 
 }  // namespace
+
+TEST(StreamDescriptions, EngineFormatsChooseFloatOrIntegerAndPlanarByTheirFlag)
+{
+    const DRAVAudioFormat planarFloat(48000, 2, kDRAVAudioSampleTypeFloat, 0, true);
+    const AudioStreamBasicDescription a = ASBDFromAudioFormat(planarFloat);
+    EXPECT_EQ(a.mFormatFlags, 41u);
+    EXPECT_EQ(a.mBytesPerFrame, 4u);
+    EXPECT_EQ(a.mBitsPerChannel, 32u);
+    EXPECT_DOUBLE_EQ(a.mSampleRate, 48000.0);
+
+    const DRAVAudioFormat interleavedShorts(44100, 2, kDRAVAudioSampleTypeInt16, 0, false);
+    const AudioStreamBasicDescription b = ASBDFromAudioFormat(interleavedShorts);
+    EXPECT_EQ(b.mFormatFlags, 12u);
+    EXPECT_EQ(b.mBytesPerFrame, 4u);
+    EXPECT_EQ(b.mBitsPerChannel, 16u);
+
+    const DRAVAudioFormat planarShorts(48000, 1, kDRAVAudioSampleTypeInt16, 0, true);
+    EXPECT_EQ(ASBDFromAudioFormat(planarShorts).mFormatFlags, 44u);
+    EXPECT_EQ(ASBDFromAudioFormatPtr(nullptr).mChannelsPerFrame, 0u);
+}
