@@ -107,6 +107,14 @@ DRMXManager::DRMXManager() : impl_(std::make_unique<Impl>())
     };
     queries.availableInputs = [this](DRMXInputType type) { return GetAvailableInputs(type); };
     settings_.SetDeviceQueries(std::move(queries));
+
+    // Made once and never replaced: observers hold them by raw pointer.
+    deviceDelegate_ = std::make_shared<KVObserverDelegate>(
+        [this](void*, const std::string&, DRAVPropertyKVPair pair, KVCProperty*) { HandleDeviceChange(pair); },
+        nullptr);
+    powerDelegate_ = std::make_shared<KVObserverDelegate>(
+        [this](void*, const std::string&, DRAVPropertyKVPair pair, KVCProperty*) { HandlePowerChange(pair); },
+        nullptr);
 }
 
 DRMXManager::~DRMXManager() = default;
@@ -138,10 +146,6 @@ DRAVResult DRMXManager::Init(const std::string& /*logFile: nothing here opens it
         const DRAVResult loaded = LoadSettings();
         loaded.Log("LoadSettings");
 
-        deviceDelegate_ = std::make_shared<KVObserverDelegate>();
-        deviceDelegate_->SetCallback(
-            [this](void*, const std::string&, DRAVPropertyKVPair pair, KVCProperty*) { HandleDeviceChange(pair); },
-            nullptr);
         for (const auto& observer : observers)
         {
             if (observer &&
@@ -153,10 +157,6 @@ DRAVResult DRMXManager::Init(const std::string& /*logFile: nothing here opens it
         }
 
         std::shared_ptr<DRMXPowerStateObserverBase> power = RegisterPowerStateObserverPlatformSpecific();
-        powerDelegate_ = std::make_shared<KVObserverDelegate>();
-        powerDelegate_->SetCallback(
-            [this](void*, const std::string&, DRAVPropertyKVPair pair, KVCProperty*) { HandlePowerChange(pair); },
-            nullptr);
         if (power)
         {
             power->AttachObserver(powerDelegate_.get());
@@ -179,25 +179,33 @@ DRAVResult DRMXManager::Init(const std::string& /*logFile: nothing here opens it
 
 void DRMXManager::Deinit()
 {
-    MixerThenMicrophoneLock lock(mixerLock_, microphoneLock_);
-    StopMixing();
-    DRAVResult saved;
+    std::vector<std::shared_ptr<DRMXDeviceObserverBase>> observers;
+    std::shared_ptr<DRMXPowerStateObserverBase> power;
     {
-        CDplScopedLock settingsLock(settingsLock_);
-        saved = settings_.SaveSettings(settingsPath_);
+        MixerThenMicrophoneLock lock(mixerLock_, microphoneLock_);
+        StopMixing();
+        DRAVResult saved;
+        {
+            CDplScopedLock settingsLock(settingsLock_);
+            saved = settings_.SaveSettings(settingsPath_);
+        }
+        saved.LogError("Couldn't save mixer configuarion");
+        observers.swap(deviceObservers_);
+        power = powerObserver_;
     }
-    saved.LogError("Couldn't save mixer configuarion");
-    for (const auto& observer : deviceObservers_)
+    // Observers call the manager while their list is locked, and the handlers
+    // take the manager's locks: detach with none of those held, or a change
+    // arriving now would wait for us while we wait for its list.
+    for (const auto& observer : observers)
     {
         if (observer)
         {
             observer->DetachObserver(deviceDelegate_.get());
         }
     }
-    deviceObservers_.clear();
-    if (powerObserver_)
+    if (power)
     {
-        powerObserver_->DetachObserver(powerDelegate_.get());
+        power->DetachObserver(powerDelegate_.get());
     }
 }
 

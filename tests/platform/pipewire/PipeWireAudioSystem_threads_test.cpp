@@ -336,8 +336,10 @@ TEST_F(PipeWireAudioSystemThreads, PlaybackIsRecordedBackAtItsVolume)
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     EXPECT_EQ(calls->load(), afterStop) << "a callback came after Stop returned";
 
+    // Frequencies are read from zero crossings of 0.1 s pieces; a dropout on a
+    // loaded machine moves a reading by a few hertz, far less than any other tone.
     ToneMeasurement measured = MeasureSettled(*collector, kRate);
-    EXPECT_NEAR(measured.frequency, 1000.0, 3.0);
+    EXPECT_NEAR(measured.frequency, 1000.0, 10.0);
     const double expectedRms = 0.8 * 0.5 / std::sqrt(2.0);
     EXPECT_NEAR(measured.rms, expectedRms, expectedRms * 0.05);
 
@@ -366,7 +368,7 @@ TEST_F(PipeWireAudioSystemThreads, PlaybackWithoutADeviceGoesToTheDefaultOutput)
     ASSERT_TRUE(playback->Start().Succeeded());
     ASSERT_TRUE(WaitFor([&] { return HasSettledTone(*collector, kRate / 4); }))
         << "nothing reached \"" << defaultDevice->name << "\"";
-    EXPECT_NEAR(MeasureSettled(*collector, kRate / 4).frequency, 750.0, 3.0);
+    EXPECT_NEAR(MeasureSettled(*collector, kRate / 4).frequency, 750.0, 10.0);
     playback->Stop();
 }
 
@@ -428,7 +430,7 @@ TEST_F(PipeWireAudioSystemThreads, MoveToCarriesARunningStreamToAnotherDevice)
     ASSERT_TRUE(playback->MoveTo(deviceB->id).Succeeded());
     ASSERT_TRUE(WaitFor([&] { return HasSettledTone(*onB, kRate / 4); }))
         << "nothing reached the second device";
-    EXPECT_NEAR(MeasureSettled(*onB, kRate / 4).frequency, 600.0, 3.0);
+    EXPECT_NEAR(MeasureSettled(*onB, kRate / 4).frequency, 600.0, 10.0);
 
     // The first device has gone quiet.
     const size_t mark = onA->Frames();
