@@ -210,6 +210,10 @@ std::unique_ptr<CaptureStream> HandDrivenAudio::OpenCapture(uint32_t deviceId, C
     stream->capture = std::move(callback);
     {
         std::lock_guard<std::mutex> lock(mutex_);
+        if (auto found = overrides_.find(deviceId); found != overrides_.end())
+        {
+            stream->format = found->second;
+        }
         streams_.push_back(stream);
     }
     return std::make_unique<HandCaptureStream>(stream, world_);
@@ -232,9 +236,19 @@ std::unique_ptr<PlaybackStream> HandDrivenAudio::OpenPlayback(uint32_t deviceId,
     stream->playback = std::move(callback);
     {
         std::lock_guard<std::mutex> lock(mutex_);
+        if (auto found = overrides_.find(deviceId); found != overrides_.end())
+        {
+            stream->format = found->second;
+        }
         streams_.push_back(stream);
     }
     return std::make_unique<HandPlaybackStream>(stream, world_);
+}
+
+void HandDrivenAudio::OverrideFormat(uint32_t deviceId, const DeviceStreamFormat& format)
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    overrides_[deviceId] = format;
 }
 
 std::shared_ptr<HandStream> HandDrivenAudio::Last()

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -65,6 +66,9 @@ public:
         uint32_t deviceId, tidemix::platform::PlaybackCallback callback) override;
 
     tidemix::platform::sim::SimAudioWorld& World() { return world_; }
+    // Streams opened on `deviceId` from now on report `format` (in both
+    // directions), whatever the world allows.
+    void OverrideFormat(uint32_t deviceId, const DeviceStreamFormat& format);
     // The stream opened last, or null.
     std::shared_ptr<HandStream> Last();
     int Opened();
@@ -73,6 +77,7 @@ private:
     tidemix::platform::sim::SimAudioWorld world_;
     std::mutex mutex_;
     std::vector<std::shared_ptr<HandStream>> streams_;
+    std::map<uint32_t, DeviceStreamFormat> overrides_;
 };
 
 class HandDrivenPlatform : public tidemix::platform::Platform

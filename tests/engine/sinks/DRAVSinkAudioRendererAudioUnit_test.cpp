@@ -217,6 +217,16 @@ TEST_F(RendererSink, DevicePathZeroLeavesTheDeviceAndAnotherPathMovesIt)
     EXPECT_TRUE(stream->started.load());
 }
 
+TEST_F(RendererSink, OutputDeviceWithMoreThan64ChannelsIsRefused)
+{
+    const uint32_t speaker = AddSpeaker(Format(48000, 2, false));
+    platform_->Hand().OverrideFormat(speaker, Format(48000, 65, false));
+    auto sink = MakeSink(std::to_string(speaker));
+    EXPECT_EQ(Push(sink, 0), kDRAVResultErrInvalidState);
+    EXPECT_FALSE(sink->AreAudioUnitsInitialized());
+    EXPECT_TRUE(Stream()->closed.load());
+}
+
 TEST_F(RendererSink, DefaultOutputWithoutPath)
 {
     AddSpeaker(Format(48000, 2, false), "default");

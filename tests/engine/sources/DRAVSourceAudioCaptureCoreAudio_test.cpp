@@ -268,6 +268,23 @@ TEST_F(CaptureSource, PacketsThatDontFitAreDroppedWhole)
     EXPECT_EQ(Meter()->Count(), 1u);
 }
 
+TEST_F(CaptureSource, DeviceWithMoreThan64ChannelsIsRefused)
+{
+    const uint32_t mic = AddMicrophone(Format(48000, 2, false));
+    platform_->Hand().OverrideFormat(mic, Format(48000, 65, false));
+    auto source = MakeSource(mic);
+    EXPECT_EQ(source->SetUnitState(kDRAVUnitStateRunning), kDRAVResultErrInvalidState);
+    EXPECT_FALSE(source->IsRunning());
+    EXPECT_TRUE(Stream()->closed.load());
+
+    // 64 planar channels are fine.
+    platform_->Hand().OverrideFormat(mic, Format(48000, 64, false));
+    source->SetUnitState(kDRAVUnitStatePaused);
+    ASSERT_EQ(source->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
+    Stream()->Deliver(960);
+    EXPECT_EQ(Meter()->Count(), 1u);
+}
+
 TEST_F(CaptureSource, BlockSizeLimitsAndChangesWhileRunning)
 {
     const uint32_t mic = AddMicrophone(Format(48000, 2, true));
