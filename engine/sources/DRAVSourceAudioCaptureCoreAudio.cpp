@@ -143,7 +143,10 @@ DRAVResult DRAVSourceAudioCaptureCoreAudio::SetUnitState(DRAVUnitState state)
     }
     if (state == kDRAVUnitStateRunning)
     {
-        return StartDevice();
+        result = StartDevice();
+        result.LogError("<%s> Start of capture device \"%s\"", GetFriendlyName().c_str(),
+                        GetDevicePath().c_str());
+        return result;
     }
     if (state == kDRAVUnitStatePaused)
     {
