@@ -7,6 +7,8 @@
 #include <thread>
 #include <vector>
 
+#include "engine/DRAVAudioLevelmeter.h"
+#include "engine/DRAVEngineFilters.h"
 #include "engine/sources/DRAVSourceAudioCaptureCoreAudio.h"
 #include "platform/Platform.h"
 #include "platform/sim/SimPlatform.h"
@@ -88,6 +90,42 @@ TEST_F(CaptureSourceThreads, ToneOfA44100HzMonoDeviceArrivesAt48000Hz)
     EXPECT_NEAR(tidemix::test::ZeroCrossingFrequency(left, 48000.0), 1000.0, 10.0);
     EXPECT_NEAR(tidemix::test::Peak(left), 0.5, 0.02);
     EXPECT_EQ(source->GetDroppedPacketCount(), 0);
+}
+
+TEST_F(CaptureSourceThreads, TheEnginesLevelMeterSeesTheBlocks)
+{
+    DRAVUnitFactory factory;
+    factory.createFilter =
+        [](int32_t type, std::shared_ptr<DRAVUnit> owner, bool init, std::shared_ptr<DRAVUnit>* out)
+    {
+        std::shared_ptr<DRAVFilter> filter = DRAVCreateEngineFilter(DRAVFilterConfig{type, false});
+        if (!filter)
+        {
+            return DRAVResult(kDRAVResultErrUnknownUnit);
+        }
+        owner->AddChild(filter);
+        filter->SetOwner(owner);
+        DRAVResult result = init ? filter->Init() : DRAVResult(kDRAVResultOk);
+        if (result.Succeeded())
+        {
+            *out = filter;
+        }
+        return result;
+    };
+    DRAVUnitFactory::Install(factory);
+
+    const uint32_t mic = AddMicrophone(Format(48000, 2, false), 480);
+    auto source = MakeSource(mic);
+    auto meter = std::dynamic_pointer_cast<DRAVAudioLevelmeter>(source->GetAudioLevelmeter());
+    ASSERT_NE(meter, nullptr);
+    ASSERT_EQ(source->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
+    ASSERT_TRUE(WaitUntil([&] { return source->GetBlockCount() >= 10; }));
+    // The tone's peak is 0.5; the meter's samples may fall short of it.
+    const double level = meter->GetVULevelChannel1();
+    EXPECT_GT(level, 0.3);
+    EXPECT_LT(level, 0.55);
+    ASSERT_EQ(source->SetUnitState(kDRAVUnitStatePaused), kDRAVResultOk);
+    source->Deinit();
 }
 
 TEST_F(CaptureSourceThreads, StartsStopsAndSizeChangesRaceTheDeviceThread)
