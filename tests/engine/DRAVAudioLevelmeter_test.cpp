@@ -1,0 +1,247 @@
+#include "engine/DRAVAudioLevelmeter.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <vector>
+
+#include "engine/DRAVAudioBuffer.h"
+#include "engine/DRAVEngineFilters.h"
+#include "engine/DRAVSource.h"
+#include "support/UnitTestSupport.h"
+
+using namespace unittest;
+
+namespace
+{
+// An interleaved float frame of `frames` sample frames in which channel c
+// holds `values[c]` throughout.
+std::shared_ptr<DRAVAudioBuffer> ConstantFrame(const std::vector<float>& values, int64_t frames = 960)
+{
+    const auto channels = static_cast<uint32_t>(values.size());
+    std::vector<float> samples(static_cast<size_t>(frames) * channels);
+    for (size_t i = 0; i < samples.size(); ++i)
+    {
+        samples[i] = values[i % channels];
+    }
+    const auto size = static_cast<int64_t>(samples.size() * sizeof(float));
+    return DRAVAudioBuffer::GetAudioBuffer("meter test", size,
+                                           DRAVAudioFormat(48000, channels, kDRAVAudioSampleTypeFloat, 0),
+                                           samples.data(), size);
+}
+
+// A frame that is no audio.
+class DataFrame : public DRAVMediaBuffer
+{
+public:
+    DataFrame() : DRAVMediaBuffer("data", nullptr) {}
+    DRAVMediaType GetMediaType() const override { return kDRAVMediaTypeData; }
+};
+
+// An audio-typed frame of another class.
+class ForeignAudioFrame : public DRAVMediaBuffer
+{
+public:
+    ForeignAudioFrame() : DRAVMediaBuffer("foreign", nullptr) {}
+    DRAVMediaType GetMediaType() const override { return kDRAVMediaTypeAudio; }
+};
+
+class LevelmeterTest : public ::testing::Test
+{
+protected:
+    std::shared_ptr<DRAVAudioLevelmeter> RunningMeter()
+    {
+        auto meter = std::make_shared<DRAVAudioLevelmeter>();
+        EXPECT_EQ(meter->Init(), kDRAVResultOk);
+        EXPECT_EQ(meter->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
+        return meter;
+    }
+
+    EngineEnvironment environment_;
+};
+}  // namespace
+
+TEST_F(LevelmeterTest, IdentityAndPins)
+{
+    auto meter = std::make_shared<DRAVAudioLevelmeter>();
+    EXPECT_EQ(meter->GetFriendlyName(), "DRAVAudioLevelmeter");
+    EXPECT_EQ(meter->GetType(), 10);
+    ASSERT_EQ(meter->Init(), kDRAVResultOk);
+    ASSERT_NE(meter->GetInputPin(0), nullptr);
+    ASSERT_NE(meter->GetOutputPin(0), nullptr);
+    EXPECT_EQ(meter->GetInputPin(0)->GetPinType(), kDRAVPinTypePassthrough);
+    EXPECT_EQ(meter->GetOutputPin(0)->GetPinType(), kDRAVPinTypePassthrough);
+    EXPECT_EQ(meter->GetUnitState(), kDRAVUnitStatePaused);
+    EXPECT_TRUE(meter->IsReadOnlyProperty(kPropertyAudioVULevelChannel1));
+    EXPECT_TRUE(meter->IsReadOnlyProperty(kPropertyAudioVULevelChannel2));
+    EXPECT_FALSE(meter->IsReadOnlyProperty(kPropertyAudioVULevelDecreaseValue));
+    meter->Deinit();
+}
+
+TEST_F(LevelmeterTest, WithoutProcessorEverythingReadsZero)
+{
+    auto meter = std::make_shared<DRAVAudioLevelmeter>();
+    meter->SetVUDecreaseValue(20.0);
+    EXPECT_EQ(meter->GetVUDecreaseValue(), 0.0);
+    EXPECT_EQ(meter->GetVULevelChannel1(), 0.0);
+
+    ASSERT_EQ(meter->Init(), kDRAVResultOk);
+    EXPECT_EQ(meter->GetVUDecreaseValue(), DRAVAudioLevelmeter::kDefaultDecreaseDbPerSecond);
+    EXPECT_EQ(meter->GetVULevelChannel1(), 0.0);
+    EXPECT_EQ(meter->GetVULevelChannel2(), 0.0);
+
+    ASSERT_EQ(meter->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
+    ASSERT_EQ(meter->SendFrame(ConstantFrame({0.5f, 0.25f})), kDRAVResultOk);
+    EXPECT_GT(meter->GetVULevelChannel1(), 0.0);
+    meter->Deinit();
+    EXPECT_EQ(meter->GetVULevelChannel1(), 0.0);
+    EXPECT_EQ(meter->GetVUDecreaseValue(), 0.0);
+}
+
+TEST_F(LevelmeterTest, RefusesFramesUnlessRunning)
+{
+    auto meter = std::make_shared<DRAVAudioLevelmeter>();
+    auto frame = ConstantFrame({0.5f, 0.5f});
+    EXPECT_EQ(meter->InputMediaBufferReceived(nullptr, 0, frame), kDRAVResultErrNotInitialized);
+    ASSERT_EQ(meter->Init(), kDRAVResultOk);
+    EXPECT_EQ(meter->InputMediaBufferReceived(nullptr, 0, frame), kDRAVResultErrInvalidState);
+    // Through the pin the frame is dropped just the same.
+    meter->SendFrame(frame);
+    EXPECT_EQ(meter->GetVULevelChannel1(), 0.0);
+    ASSERT_EQ(meter->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
+    ASSERT_EQ(meter->SetUnitState(kDRAVUnitStatePaused), kDRAVResultOk);
+    EXPECT_EQ(meter->InputMediaBufferReceived(nullptr, 0, frame), kDRAVResultErrInvalidState);
+    meter->SendFrame(frame);
+    EXPECT_EQ(meter->GetVULevelChannel1(), 0.0);
+    meter->Deinit();
+}
+
+TEST_F(LevelmeterTest, StereoLevelsAndOverloadReadOnce)
+{
+    auto meter = RunningMeter();
+    ASSERT_EQ(meter->SendFrame(ConstantFrame({0.5f, -0.25f})), kDRAVResultOk);
+    EXPECT_DOUBLE_EQ(meter->GetVULevelChannel1(), 0.5);
+    EXPECT_DOUBLE_EQ(meter->GetVULevelChannel2(), 0.25);
+    EXPECT_DOUBLE_EQ(meter->GetDoubleProperty(kPropertyAudioVULevelChannel1), 0.5);
+    // The channel index is bounded by the meter's eight channels.
+    EXPECT_EQ(meter->GetVULevelChannel(8), 0.0);
+    EXPECT_EQ(meter->GetVULevelChannel(-1), 0.0);
+
+    ASSERT_EQ(meter->SendFrame(ConstantFrame({1.5f, 0.5f})), kDRAVResultOk);
+    EXPECT_DOUBLE_EQ(meter->GetVULevelChannel1(), 1.5);
+    // The overload reset the whole meter: it starts from silence again.
+    EXPECT_EQ(meter->GetVULevelChannel1(), 0.0);
+    EXPECT_EQ(meter->GetVULevelChannel2(), 0.0);
+    ASSERT_EQ(meter->SendFrame(ConstantFrame({0.125f, 0.75f})), kDRAVResultOk);
+    EXPECT_DOUBLE_EQ(meter->GetVULevelChannel1(), 0.125);
+    EXPECT_DOUBLE_EQ(meter->GetVULevelChannel2(), 0.75);
+    meter->Deinit();
+}
+
+TEST_F(LevelmeterTest, MonoFramesSpreadOverTheMetersChannels)
+{
+    auto meter = RunningMeter();
+    // A mono stream of alternating samples: the eight-channel meter sees the
+    // even samples on channel 0 and the odd ones on channel 1.
+    std::vector<float> samples(960);
+    for (size_t i = 0; i < samples.size(); ++i)
+    {
+        samples[i] = (i % 2 == 0) ? 0.3f : 0.6f;
+    }
+    const auto size = static_cast<int64_t>(samples.size() * sizeof(float));
+    auto frame = DRAVAudioBuffer::GetAudioBuffer(
+        "mono", size, DRAVAudioFormat(48000, 1, kDRAVAudioSampleTypeFloat, 0), samples.data(), size);
+    ASSERT_NE(frame, nullptr);
+    ASSERT_EQ(meter->SendFrame(frame), kDRAVResultOk);
+    EXPECT_NEAR(meter->GetVULevelChannel1(), 0.3, 1e-6);
+    EXPECT_NEAR(meter->GetVULevelChannel2(), 0.6, 1e-6);
+    meter->Deinit();
+}
+
+TEST_F(LevelmeterTest, OtherFramesAreLeftAloneAndNothingGoesOut)
+{
+    auto meter = RunningMeter();
+    auto receiver = std::make_shared<RecordingReceiver>();
+    ASSERT_EQ(meter->AddReceiver(0, receiver), kDRAVResultOk);
+
+    EXPECT_EQ(meter->InputMediaBufferReceived(nullptr, 0, std::make_shared<DataFrame>()), kDRAVResultOk);
+    EXPECT_EQ(meter->InputMediaBufferReceived(nullptr, 0, std::make_shared<ForeignAudioFrame>()),
+              kDRAVResultErrNullPointer);
+    EXPECT_EQ(meter->InputMediaBufferReceived(nullptr, 0, nullptr), kDRAVResultErrNullPointer);
+
+    std::vector<int16_t> loud(1920, 30000);
+    const auto size = static_cast<int64_t>(loud.size() * sizeof(int16_t));
+    auto intFrame = DRAVAudioBuffer::GetAudioBuffer("int", size, kDefaultAudioFormatInt, loud.data(), size);
+    ASSERT_NE(intFrame, nullptr);
+    EXPECT_EQ(meter->SendFrame(intFrame), kDRAVResultOk);
+    EXPECT_EQ(meter->GetVULevelChannel1(), 0.0);
+
+    auto frame = ConstantFrame({0.5f, 0.5f});
+    ASSERT_EQ(meter->SendFrame(frame), kDRAVResultOk);
+    EXPECT_DOUBLE_EQ(meter->GetVULevelChannel1(), 0.5);
+    EXPECT_TRUE(receiver->Timestamps().empty());
+    // The frame was only read: no lock is left behind.
+    EXPECT_EQ(frame->GetNumReaders(), 0);
+    meter->Deinit();
+}
+
+TEST_F(LevelmeterTest, DecreaseValueIsAProperty)
+{
+    auto meter = RunningMeter();
+    meter->SetDoubleProperty(kPropertyAudioVULevelDecreaseValue, 20.0);
+    EXPECT_EQ(meter->GetVUDecreaseValue(), 20.0);
+    // The processor refuses a fall that isn't positive.
+    meter->SetVUDecreaseValue(-3.0);
+    EXPECT_EQ(meter->GetDoubleProperty(kPropertyAudioVULevelDecreaseValue), 20.0);
+    // A set of a read-only level changes nothing.
+    ASSERT_EQ(meter->SendFrame(ConstantFrame({0.5f, 0.5f})), kDRAVResultOk);
+    meter->SetDoubleProperty(kPropertyAudioVULevelChannel1, 0.0);
+    EXPECT_DOUBLE_EQ(meter->GetVULevelChannel1(), 0.5);
+    meter->Deinit();
+}
+
+TEST_F(LevelmeterTest, SourceStartsAMeterFromTheEngineTable)
+{
+    DRAVUnitFactory factory;
+    factory.createFilter =
+        [](int32_t type, std::shared_ptr<DRAVUnit> owner, bool init, std::shared_ptr<DRAVUnit>* out)
+    {
+        std::shared_ptr<DRAVFilter> filter = DRAVCreateEngineFilter(DRAVFilterConfig{type, false});
+        if (!filter)
+        {
+            return DRAVResult(kDRAVResultErrUnknownUnit);
+        }
+        owner->AddChild(filter);
+        filter->SetOwner(owner);
+        DRAVResult result = init ? filter->Init() : DRAVResult(kDRAVResultOk);
+        if (result.Succeeded())
+        {
+            *out = filter;
+        }
+        return result;
+    };
+    DRAVUnitFactory::Install(factory);
+
+    auto source = std::make_shared<PlainSource>("source");
+    ASSERT_EQ(source->InitSource(kDRAVPinTypePull), kDRAVResultOk);
+    ASSERT_EQ(source->StartAudioLevelmeter(), kDRAVResultOk);
+    auto meter = std::dynamic_pointer_cast<DRAVAudioLevelmeter>(source->GetAudioLevelmeter());
+    ASSERT_NE(meter, nullptr);
+    EXPECT_TRUE(meter->IsChildOf(source));
+    meter->SendFrame(ConstantFrame({0.5f, 0.5f}));
+    EXPECT_EQ(meter->GetVULevelChannel1(), 0.0);
+
+    // The meter runs once the source's state reaches it.
+    ASSERT_EQ(source->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
+    EXPECT_EQ(meter->GetUnitState(), kDRAVUnitStateRunning);
+    ASSERT_EQ(meter->SendFrame(ConstantFrame({0.5f, 0.25f})), kDRAVResultOk);
+    EXPECT_DOUBLE_EQ(meter->GetVULevelChannel1(), 0.5);
+    EXPECT_DOUBLE_EQ(meter->GetVULevelChannel2(), 0.25);
+    source->Deinit();
+    EXPECT_FALSE(meter->IsUnitInitialized());
+
+    EXPECT_EQ(DRAVCreateEngineFilter(DRAVFilterConfig{1, false}), nullptr);
+    EXPECT_EQ(DRAVCreateEngineFilter(DRAVFilterConfig{6, false}), nullptr);
+    EXPECT_EQ(DRAVCreateEngineFilter(DRAVFilterConfig{8, false}), nullptr);
+    EXPECT_EQ(DRAVCreateEngineFilter(DRAVFilterConfig{7, false}), nullptr);
+}
