@@ -83,6 +83,10 @@ struct DRAVMultiChannelAudioMixerCoreAudio::Impl
     DRAVResult Start(int busCount, const std::string& ownerName);
     // Sets the stop flag, wakes a sleeping loop, then takes the mixer down.
     void Stop();
+    // Lets go of a mixer and a buffer list that were replaced, or keeps them
+    // until the block in progress ends. Under lock; the caller frees what is
+    // left in the arguments after dropping the lock.
+    void Retire(std::unique_ptr<AudioBusMixer>& formerUnit, BufferListPtr& formerList);
     bool IsRunning() const { return !stop.load() && audioUnit != nullptr; }
     bool IsCurrent(uint64_t loopGeneration) const
     {
@@ -121,6 +125,13 @@ struct DRAVMultiChannelAudioMixerCoreAudio::Impl
     int busCount = 0;
     // The owner name of the blocks, kept so that no block has to ask for it.
     std::string frameOwnerName;
+    // A sink or source may stop the unit or change the block size from
+    // within a block, on the audio thread itself (the lock is recursive).
+    // The mixer and the buffer list that the block is using then wait here
+    // until the block ends.
+    bool blockInProgress = false;
+    std::unique_ptr<AudioBusMixer> retiredUnit;
+    BufferListPtr retiredList;
     // Wakes a sleeping loop at once when the unit stops.
     std::mutex wakeMutex;
     std::condition_variable wake;
@@ -180,10 +191,21 @@ void DRAVMultiChannelAudioMixerCoreAudio::Impl::Stop()
     wake.notify_all();
 
     std::unique_ptr<AudioBusMixer> formerUnit;
+    BufferListPtr formerList;
+    CDplScopedLock guard(lock);
+    formerUnit = std::move(audioUnit);
+    formerList = std::move(bufferList);
+    Retire(formerUnit, formerList);
+}
+
+void DRAVMultiChannelAudioMixerCoreAudio::Impl::Retire(std::unique_ptr<AudioBusMixer>& formerUnit,
+                                                       BufferListPtr& formerList)
+{
+    // Only the first replacement within a block can be what the block uses.
+    if (blockInProgress && !retiredUnit && !retiredList)
     {
-        CDplScopedLock guard(lock);
-        formerUnit = std::move(audioUnit);
-        bufferList.reset();
+        retiredUnit = std::move(formerUnit);
+        retiredList = std::move(formerList);
     }
 }
 
@@ -263,6 +285,7 @@ DRAVDuration DRAVMultiChannelAudioMixerCoreAudio::Impl::AudioThread()
     auto* right = static_cast<float*>(bufferList->mBuffers[1].mData);
     const uint32_t leftBytes = bufferList->mBuffers[0].mDataByteSize;
     const uint32_t rightBytes = bufferList->mBuffers[1].mDataByteSize;
+    blockInProgress = true;
     audioUnit->Render(left, right, frames);
 
     for (const std::shared_ptr<DRAVSink>& sink : sinks)
@@ -291,7 +314,14 @@ DRAVDuration DRAVMultiChannelAudioMixerCoreAudio::Impl::AudioThread()
         frame->SetDuration(duration);
         // A sink that refuses the block loses it; the others still get theirs.
         sink->SendAudioFrame(std::move(frame));
+        if (stop.load())
+        {
+            break;  // stopped from within the block: nothing more goes out
+        }
     }
+    blockInProgress = false;
+    retiredUnit.reset();
+    retiredList.reset();
 
     renderTimeStamp.sampleTime += frames;
     renderTimeStamp.hostTime += uint64_t{frames} * 1000000000ull / kSampleRate;
@@ -451,7 +481,9 @@ void DRAVMultiChannelAudioMixerCoreAudio::StartRenderLoop()
 
 DRAVDuration DRAVMultiChannelAudioMixerCoreAudio::AudioThread()
 {
-    return impl_->AudioThread();
+    // A sink may drop the unit's last owner during the block.
+    const std::shared_ptr<Impl> impl = impl_;
+    return impl->AudioThread();
 }
 
 DRAVResult DRAVMultiChannelAudioMixerCoreAudio::InputMediaBufferReceived(std::shared_ptr<DRAVUnitInputPin>,
@@ -526,6 +558,7 @@ DRAVResult DRAVMultiChannelAudioMixerCoreAudio::SetProcessingBufferSizeFrameCoun
         }
         formerUnit = std::exchange(impl_->audioUnit, std::move(mixer));
         formerList = std::move(impl_->bufferList);
+        impl_->Retire(formerUnit, formerList);
         impl_->bufferList.reset(AllocateAudioBufferList(impl_->streamDescription, count, true));
     }
     impl_->processingBufferFrameCount = count;

@@ -326,3 +326,48 @@ TEST_F(MixerUnitTest, ARefusingOrNullSinkDoesNotKeepTheOthersFromTheirBlocks)
     ASSERT_EQ(sinkB_->Count(), 3u);
     ExpectAll(sinkB_->Blocks()[2].left, 0.5f, kBlockFrames);
 }
+
+TEST_F(MixerUnitTest, ASinkMayResizeOrStopTheUnitFromWithinTheBlock)
+{
+    auto mixer = MakeRunning(1);
+    ASSERT_EQ(mixer->AddSource(BlockSource::Constant(0.5f, 0.25f), 0), kDRAVResultOk);
+    ASSERT_EQ(mixer->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
+    std::weak_ptr<ManualMixer> weak = mixer;
+
+    // The first sink changes the block size: the second still gets this
+    // block whole, and the next block has the new size.
+    sinkA_->SetOnBlock(
+        [weak]
+        {
+            if (auto unit = weak.lock())
+            {
+                unit->SetProcessingBufferSizeFrameCount(480);
+            }
+        });
+    mixer->RenderBlock();
+    sinkA_->SetOnBlock(nullptr);
+    auto blocks = sinkB_->Blocks();
+    ASSERT_EQ(blocks.size(), 1u);
+    ExpectAll(blocks[0].left, 0.5f, kBlockFrames);
+    ExpectAll(blocks[0].right, 0.25f, kBlockFrames);
+    mixer->RenderBlock();
+    blocks = sinkB_->Blocks();
+    ASSERT_EQ(blocks.size(), 2u);
+    ExpectAll(blocks[1].left, 0.5f, 480);
+
+    // The first sink stops the unit: the second gets nothing more.
+    sinkA_->SetOnBlock(
+        [weak]
+        {
+            if (auto unit = weak.lock())
+            {
+                unit->SetUnitState(kDRAVUnitStatePaused);
+            }
+        });
+    mixer->RenderBlock();
+    sinkA_->SetOnBlock(nullptr);
+    EXPECT_EQ(sinkA_->Count(), 3u);
+    EXPECT_EQ(sinkB_->Count(), 2u);
+    EXPECT_EQ(mixer->GetUnitState(), kDRAVUnitStatePaused);
+    EXPECT_EQ(mixer->RenderBlock().Get(), 0);
+}

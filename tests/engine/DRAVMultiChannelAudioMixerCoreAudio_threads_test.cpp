@@ -243,3 +243,50 @@ TEST_F(MixerUnitThreadsTest, DestroyedWhileRunningTheLoopEnds)
     std::this_thread::sleep_for(std::chrono::milliseconds(60));
     EXPECT_EQ(sinkA_->Count(), atDrop);
 }
+
+TEST_F(MixerUnitThreadsTest, ARestartRunsOneLoopOnly)
+{
+    auto mixer = MakeUnit("Restart", 1);
+    ASSERT_EQ(mixer->AddSource(BlockSource::Constant(0.5f, 0.25f), 0), kDRAVResultOk);
+    ASSERT_EQ(mixer->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
+    ASSERT_TRUE(sinkA_->WaitFor(3, kWaitMs));
+    // Stopped and started at once: the first loop may not have seen its stop yet.
+    ASSERT_EQ(mixer->SetUnitState(kDRAVUnitStatePaused), kDRAVResultOk);
+    const size_t firstRun = sinkA_->Count();
+    ASSERT_EQ(mixer->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
+    ASSERT_TRUE(sinkA_->WaitFor(firstRun + 10, kWaitMs));
+    ASSERT_EQ(mixer->SetUnitState(kDRAVUnitStatePaused), kDRAVResultOk);
+
+    // Two loops would interleave their blocks and break the spacing.
+    const auto blocks = sinkA_->Blocks();
+    ExpectStampsOneBlockApart(
+        std::vector<ReceivedBlock>(blocks.begin() + static_cast<std::ptrdiff_t>(firstRun), blocks.end()));
+    // The clock starts anew from the host time of the restart.
+    EXPECT_GE(blocks[firstRun].timestamp, blocks[firstRun - 1].timestamp);
+}
+
+TEST_F(MixerUnitThreadsTest, ASinkMayDropTheLastOwnerOnTheAudioThread)
+{
+    auto mixer = MakeUnit("Owner", 1);
+    std::weak_ptr<DRAVMultiChannelAudioMixerCoreAudio> weak = mixer;
+    ASSERT_EQ(mixer->AddSource(BlockSource::Constant(0.5f, 0.25f), 0), kDRAVResultOk);
+    auto lastOwner = std::make_shared<std::shared_ptr<DRAVMultiChannelAudioMixerCoreAudio>>(mixer);
+    std::atomic<bool> release{false};
+    sinkA_->SetOnBlock(
+        [lastOwner, &release]
+        {
+            if (release.load())
+            {
+                lastOwner->reset();
+            }
+        });
+    ASSERT_EQ(mixer->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
+    ASSERT_TRUE(sinkA_->WaitFor(2, kWaitMs));
+    mixer.reset();
+    release.store(true);
+    ASSERT_TRUE(threads_test::WaitUntil([&] { return weak.expired(); }));
+    const size_t atDrop = sinkA_->Count();
+    std::this_thread::sleep_for(std::chrono::milliseconds(60));
+    EXPECT_LE(sinkA_->Count(), atDrop + 1);
+    sinkA_->SetOnBlock(nullptr);
+}
