@@ -288,8 +288,10 @@ DRAVDuration DRAVMultiChannelAudioMixerCoreAudio::Impl::AudioThread()
     blockInProgress = true;
     audioUnit->Render(left, right, frames);
 
-    for (const std::shared_ptr<DRAVSink>& sink : sinks)
+    // By index, with the sink held: a sink may add another from within.
+    for (size_t index = 0; index < sinks.size(); ++index)
     {
+        const std::shared_ptr<DRAVSink> sink = sinks[index];
         if (!sink)
         {
             continue;

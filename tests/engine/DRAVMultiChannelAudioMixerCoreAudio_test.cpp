@@ -334,6 +334,25 @@ TEST_F(MixerUnitTest, ASinkMayResizeOrStopTheUnitFromWithinTheBlock)
     ASSERT_EQ(mixer->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
     std::weak_ptr<ManualMixer> weak = mixer;
 
+    // The first sink adds more sinks: the list grows under the loop that
+    // walks it, and the new ones get blocks too.
+    auto late = std::make_shared<RecordingMixSink>("late sink");
+    sinkA_->SetOnBlock(
+        [weak, late]
+        {
+            if (auto unit = weak.lock())
+            {
+                for (int i = 0; i < 4; ++i)
+                {
+                    unit->AddSink(i == 0 ? late : nullptr);
+                }
+            }
+        });
+    mixer->RenderBlock();
+    sinkA_->SetOnBlock(nullptr);
+    EXPECT_EQ(sinkB_->Count(), 1u);
+    EXPECT_EQ(late->Count(), 1u);
+
     // The first sink changes the block size: the second still gets this
     // block whole, and the next block has the new size.
     sinkA_->SetOnBlock(
@@ -347,13 +366,13 @@ TEST_F(MixerUnitTest, ASinkMayResizeOrStopTheUnitFromWithinTheBlock)
     mixer->RenderBlock();
     sinkA_->SetOnBlock(nullptr);
     auto blocks = sinkB_->Blocks();
-    ASSERT_EQ(blocks.size(), 1u);
-    ExpectAll(blocks[0].left, 0.5f, kBlockFrames);
-    ExpectAll(blocks[0].right, 0.25f, kBlockFrames);
+    ASSERT_EQ(blocks.size(), 2u);
+    ExpectAll(blocks[1].left, 0.5f, kBlockFrames);
+    ExpectAll(blocks[1].right, 0.25f, kBlockFrames);
     mixer->RenderBlock();
     blocks = sinkB_->Blocks();
-    ASSERT_EQ(blocks.size(), 2u);
-    ExpectAll(blocks[1].left, 0.5f, 480);
+    ASSERT_EQ(blocks.size(), 3u);
+    ExpectAll(blocks[2].left, 0.5f, 480);
 
     // The first sink stops the unit: the second gets nothing more.
     sinkA_->SetOnBlock(
@@ -366,8 +385,9 @@ TEST_F(MixerUnitTest, ASinkMayResizeOrStopTheUnitFromWithinTheBlock)
         });
     mixer->RenderBlock();
     sinkA_->SetOnBlock(nullptr);
-    EXPECT_EQ(sinkA_->Count(), 3u);
-    EXPECT_EQ(sinkB_->Count(), 2u);
+    EXPECT_EQ(sinkA_->Count(), 4u);
+    EXPECT_EQ(sinkB_->Count(), 3u);
+    EXPECT_EQ(late->Count(), 3u);
     EXPECT_EQ(mixer->GetUnitState(), kDRAVUnitStatePaused);
     EXPECT_EQ(mixer->RenderBlock().Get(), 0);
 }
