@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "engine/DRAVBufferRAM.h"
+#include "engine/DRAVFrameObjectPool.h"
 #include "engine/DRAVMediaBufferLock.h"
 #include "sound/DplAudioConverters.h"
 
@@ -55,8 +56,9 @@ DRAVResult DRAVAudioBufferHelper::CreateConverter(DRAVAudioSampleType from, DRAV
     }
     converter_.reset();
     converterTarget_ = kDRAVAudioSampleTypeUnknown;
-    std::unique_ptr<CSampleFunnel> funnel = DplAudio_CreateSampleTypeConverter(
-        CSampleType(MapSampleType(from)), CSampleType(MapSampleType(to)), static_cast<int>(channels), nullptr);
+    std::unique_ptr<CSampleFunnel> funnel =
+        DplAudio_CreateSampleTypeConverter(CSampleType(MapSampleType(from)), CSampleType(MapSampleType(to)),
+                                           static_cast<int>(channels), nullptr);
     if (!funnel)
     {
         return DRAVResult(kDRAVResultErrNullPointer, "no sample converter from type %d to %d",
@@ -150,7 +152,8 @@ DRAVResult DRAVAudioBufferHelper::CopyBuffer(std::shared_ptr<DRAVAudioBuffer>* o
 }
 
 DRAVAudioBuffer::DRAVAudioBuffer(const std::string& owner, const DRAVAudioFormat& format)
-    : DRAVMediaBuffer(owner, std::make_shared<DRAVAudioFormat>(format))
+    : DRAVMediaBuffer(owner,
+                      std::allocate_shared<DRAVAudioFormat>(DRAVFrameAllocator<DRAVAudioFormat>(), format))
 {
 }
 
@@ -170,7 +173,9 @@ std::shared_ptr<DRAVAudioBuffer> DRAVAudioBuffer::GetAudioBuffer(const std::stri
     {
         size += bytesPerFrame - size % bytesPerFrame;
     }
-    auto frame = std::make_shared<DRAVAudioBuffer>(owner, format);
+    // Frame objects come from recycled blocks: making a frame on the audio
+    // thread must not reach the heap once the road runs.
+    auto frame = std::allocate_shared<DRAVAudioBuffer>(DRAVFrameAllocator<DRAVAudioBuffer>(), owner, format);
     if (!frame->InitMediaBuffer_RAM(size, data, dataSize).Succeeded())
     {
         return nullptr;

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 
+#include "engine/DRAVSharedName.h"
 #include "portable-core/DRAVResult.h"
 
 // The storage behind a frame: a block of bytes with a maximum and a current size.
@@ -25,8 +26,8 @@ public:
     // maximum leaves the buffer as it is and gives ErrInvalidParameter.
     virtual DRAVResult FillBuffer(const void* data, int64_t size) = 0;
 
-    const std::string& GetName() const { return name_; }
+    const std::string& GetName() const { return name_.Get(); }
 
 private:
-    std::string name_;
+    DRAVSharedName name_;
 };

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "engine/DRAVBufferRAM.h"
+#include "engine/DRAVFrameObjectPool.h"
 
 DRAVMediaBuffer::DRAVMediaBuffer(const std::string& friendlyName, std::shared_ptr<DRAVMediaFormat> format)
     : format_(std::move(format)), friendlyName_(friendlyName)
@@ -97,11 +98,12 @@ DRAVResult DRAVMediaBuffer::UnlockWrite()
 
 DRAVResult DRAVMediaBuffer::InitMediaBuffer_RAM(int64_t size, const void* data, int64_t dataSize)
 {
-    auto storage = std::make_shared<DRAVBufferRAM>(friendlyName_, size);
+    auto storage =
+        std::allocate_shared<DRAVBufferRAM>(DRAVFrameAllocator<DRAVBufferRAM>(), friendlyName_.Get(), size);
     if (!storage->IsValid())
     {
         return DRAVResult(kDRAVResultErrInsufficientMemory, "no storage of %" PRId64 " bytes for <%s>", size,
-                          friendlyName_.c_str());
+                          friendlyName_.Get().c_str());
     }
     if (data != nullptr && dataSize >= 1)
     {

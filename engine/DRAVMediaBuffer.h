@@ -8,6 +8,7 @@
 
 #include "engine/DRAVBuffer.h"
 #include "engine/DRAVMediaFormat.h"
+#include "engine/DRAVSharedName.h"
 #include "portable-core/DRAVResult.h"
 #include "portable-core/DRAVTime.h"
 
@@ -53,7 +54,7 @@ public:
     int64_t GetUsedBufferSize() const;
     // 0 without storage.
     int64_t GetAllocatedBufferSize() const;
-    const std::string& getFriendlyName() const { return friendlyName_; }
+    const std::string& getFriendlyName() const { return friendlyName_.Get(); }
 
     DRAVTimestamp GetTimestamp() const { return timestamp_; }
     void SetTimestamp(DRAVTimestamp timestamp) { timestamp_ = timestamp; }
@@ -76,7 +77,7 @@ protected:
 private:
     DRAVTimestamp timestamp_{-1};
     DRAVDuration duration_{0};
-    std::string friendlyName_;
+    DRAVSharedName friendlyName_;
     bool stale_ = false;
     std::shared_ptr<DRAVBuffer> storage_;
     std::atomic<int32_t> readers_{0};

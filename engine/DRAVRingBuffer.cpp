@@ -193,6 +193,7 @@ DRAVResult DRAVRingBuffer::AddBuffer(std::shared_ptr<DRAVMediaBuffer> buffer)
         UpdateHeldLocked();
         if (overrun || truncated)
         {
+            overruns_.fetch_add(1, std::memory_order_relaxed);
             // Where the kept bytes begin: the writer's position less what is held.
             readTimestamp_ =
                 audio ? writeTimestamp_ - audio->GetDurationFromSize(HeldLocked()) : buffer->GetTimestamp();
@@ -300,6 +301,7 @@ DRAVResult DRAVRingBuffer::PullAudioBuffer(const DRAVTimestamp&, std::shared_ptr
     }
     if (size > held)
     {
+        shortPulls_.fetch_add(1, std::memory_order_relaxed);
         Verbose(logNotEnoughData_)
             .Log(__func__, "RB: NOT ENOUGH DATA: read %d, max %d bytes <%s> - return error", ClampToInt(size),
                  ClampToInt(held), name_.c_str());

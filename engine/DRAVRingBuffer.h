@@ -74,6 +74,10 @@ public:
     DRAVDuration GetBufferDuration();
 
     int64_t GetBytesInBuffer() const { return bytesInBuffer_.load(std::memory_order_acquire); }
+    // Writes that overwrote unread bytes, and pulls that found too little:
+    // what the ring absorbed of the two clocks' drift.
+    int64_t GetOverrunCount() const { return overruns_.load(std::memory_order_relaxed); }
+    int64_t GetShortPullCount() const { return shortPulls_.load(std::memory_order_relaxed); }
     int64_t GetCapacity();
     DRAVTimestamp GetReadTimestamp();
     DRAVTimestamp GetWriteTimestamp();
@@ -99,6 +103,8 @@ private:
     DRAVTimestamp readTimestamp_{-1};
     int64_t totalBytesWritten_ = 0;
     std::atomic<int64_t> bytesInBuffer_{0};
+    std::atomic<int64_t> overruns_{0};
+    std::atomic<int64_t> shortPulls_{0};
     int64_t firstAddWallClockMsec_ = -1;
     int64_t timeBase_ = 0;
     int64_t capacity_ = 0;

@@ -14,7 +14,10 @@
 #include <new>
 #include <vector>
 
+#include "engine/DRAVAudioBuffer.h"
 #include "engine/DRAVBufferRAM.h"
+#include "engine/DRAVFrameObjectPool.h"
+#include "engine/DRAVMediaBufferLock.h"
 #include "engine/DRAVMemoryPoolRAM.h"
 
 namespace
@@ -274,5 +277,85 @@ TEST(DRAVMemoryPoolAllocations, AFullPoolGoesToTheHeap)
         });
     EXPECT_GE(calls, 2) << "the counter must see the allocation outside the pool and its release";
     pool.FreeBuffer(inPool);
+}
+// A whole frame, as the audio thread makes one per block and sink: the frame
+// object, its format, its storage record and their control blocks, and the
+// sample bytes. Once warm, none of it reaches the heap, whatever the owner's
+// name, and frames of several owners may be alive at once.
+TEST(DRAVMemoryPoolAllocations, SteadyFramesMakeNoHeapCall)
+{
+    auto pool = std::make_shared<DRAVMemoryPoolRAM>(kMemoryPoolRAMName, kMaxRAMPoolItems, kMaxRAMPoolSizeMB);
+    std::shared_ptr<DRAVMemoryPoolRAM> former = DRAVMemoryPoolRAM::InstallShared(pool);
+    const DRAVAudioFormat format(48000, 2, kDRAVAudioSampleTypeFloat, 0, true);
+    const std::string owners[] = {"DRAVMultiChannelAudioMixerCoreAudio: Local Mixer (Core Audio)", "sink"};
+    std::vector<std::shared_ptr<DRAVAudioBuffer>> held;
+    held.reserve(16);
+    auto round = [&]
+    {
+        for (int i = 0; i < 8; ++i)
+        {
+            auto frame = DRAVAudioBuffer::GetAudioBuffer(owners[i % 2], 7680, format, nullptr, 0);
+            ASSERT_NE(frame, nullptr);
+            std::shared_ptr<DRAVBufferRAM> storage;
+            DRAVResult locked;
+            {
+                DRAVMediaBufferWriteLock<DRAVBufferRAM> lock(frame, &storage, &locked);
+                ASSERT_TRUE(locked.Succeeded());
+                storage->GetData()[0] = static_cast<uint8_t>(i);
+            }
+            frame->SetTimestamp(DRAVTimestamp(i));
+            held.push_back(std::move(frame));
+        }
+        held.clear();
+    };
+    round();  // warm-up: the pools make their items and blocks
+    const uint64_t heapBlocksAfterWarmUp = DRAVFrameObjectPool::HeapAllocationCount();
+
+    const int64_t calls = HeapCallsDuring(
+        [&]
+        {
+            for (int iteration = 0; iteration < 500; ++iteration)
+            {
+                round();
+            }
+        });
+    EXPECT_EQ(calls, 0);
+    EXPECT_EQ(DRAVFrameObjectPool::HeapAllocationCount(), heapBlocksAfterWarmUp);
+    DRAVMemoryPoolRAM::InstallShared(former);
+}
+
+// Blocks of every size class come back to their class and are handed out
+// again; a block larger than any class goes straight to the heap and back.
+TEST(DRAVMemoryPoolAllocations, FrameObjectBlocksAreRecycledByClass)
+{
+    void* small = DRAVFrameObjectPool::Allocate(40);
+    void* large = DRAVFrameObjectPool::Allocate(DRAVFrameObjectPool::kLargestBlock);
+    ASSERT_EQ(reinterpret_cast<uintptr_t>(small) % DRAVFrameObjectPool::kClassBytes, 0u);
+    ASSERT_EQ(reinterpret_cast<uintptr_t>(large) % DRAVFrameObjectPool::kClassBytes, 0u);
+    DRAVFrameObjectPool::Release(small, 40);
+    DRAVFrameObjectPool::Release(large, DRAVFrameObjectPool::kLargestBlock);
+
+    void* again = nullptr;
+    void* againLarge = nullptr;
+    const int64_t calls = HeapCallsDuring(
+        [&]
+        {
+            again = DRAVFrameObjectPool::Allocate(64);  // same class as 40
+            againLarge = DRAVFrameObjectPool::Allocate(DRAVFrameObjectPool::kLargestBlock - 10);
+        });
+    EXPECT_EQ(calls, 0);
+    EXPECT_EQ(again, small);
+    EXPECT_EQ(againLarge, large);
+    DRAVFrameObjectPool::Release(again, 64);
+    DRAVFrameObjectPool::Release(againLarge, DRAVFrameObjectPool::kLargestBlock - 10);
+
+    const int64_t oversized = HeapCallsDuring(
+        [&]
+        {
+            void* block = DRAVFrameObjectPool::Allocate(DRAVFrameObjectPool::kLargestBlock + 1);
+            KeepAlive(block);
+            DRAVFrameObjectPool::Release(block, DRAVFrameObjectPool::kLargestBlock + 1);
+        });
+    EXPECT_GE(oversized, 2);
 }
 }  // namespace

@@ -357,6 +357,7 @@ TEST(DRAVRingBufferProperty, RandomPushesPullsAndDropsMatchTheModel)
     int pulls = 0;
     int overruns = 0;
     int refills = 0;
+    int shortPulls = 0;
     for (int step = 0; step < 4000; ++step)
     {
         const int action = static_cast<int>(random() % 10);
@@ -381,6 +382,7 @@ TEST(DRAVRingBufferProperty, RandomPushesPullsAndDropsMatchTheModel)
             std::vector<float> expected;
             int64_t expectedTimestamp = -1;
             const int expectedCode = model.Pull(frames, &expected, &expectedTimestamp);
+            shortPulls += expectedCode == kDRAVResultErrInsufficientMemory;
             ASSERT_EQ(ring->PullAudioBuffer(DRAVTimestamp(0), &out, frames).GetCode(), expectedCode) << step;
             if (expectedCode == kDRAVResultOk)
             {
@@ -414,5 +416,9 @@ TEST(DRAVRingBufferProperty, RandomPushesPullsAndDropsMatchTheModel)
     EXPECT_GT(pulls, 100);
     EXPECT_GT(overruns, 5);
     EXPECT_GT(refills, 5);
+    // The counters that report drift count exactly these events.
+    EXPECT_EQ(ring->GetOverrunCount(), overruns);
+    EXPECT_EQ(ring->GetShortPullCount(), shortPulls);
+    EXPECT_GT(shortPulls, 5);
 }
 }  // namespace

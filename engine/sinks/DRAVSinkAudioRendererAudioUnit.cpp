@@ -1,0 +1,607 @@
+#include "engine/sinks/DRAVSinkAudioRendererAudioUnit.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+
+#include "engine/AudioFormatConverter.h"
+#include "engine/DRAVAudioBuffer.h"
+#include "engine/DRAVBufferRAM.h"
+#include "engine/DRAVMediaBufferLock.h"
+#include "platform/Platform.h"
+#include "portable-core/BreakIntoDebugger.h"
+#include "portable-core/DplBipBuffer.h"
+#include "portable-core/KVCMapBuilder.h"
+
+using tidemix::engine::AudioFormatConverter;
+using tidemix::platform::DeviceStreamFormat;
+using tidemix::platform::PlaybackRequest;
+using tidemix::platform::PlaybackStream;
+using tidemix::platform::SampleEncoding;
+
+namespace
+{
+bool StreamFormatFromAudioFormat(const DRAVAudioFormat& format, DeviceStreamFormat* out)
+{
+    if (format.GetSampleType() != kDRAVAudioSampleTypeFloat &&
+        format.GetSampleType() != kDRAVAudioSampleTypeInt16)
+    {
+        return false;
+    }
+    out->sampleRate = format.GetSampleRate();
+    out->channels = format.GetNumChannels();
+    out->encoding =
+        format.GetSampleType() == kDRAVAudioSampleTypeFloat ? SampleEncoding::Float32 : SampleEncoding::Int16;
+    out->interleaved = !format.GetFlag();
+    return true;
+}
+
+bool SameBlockFormat(const DRAVAudioFormat& a, const DRAVAudioFormat& b)
+{
+    return a.IsSameFormat(b) && a.GetFlag() == b.GetFlag();
+}
+
+size_t BufferFrameBytes(const DeviceStreamFormat& format)
+{
+    return size_t{format.BytesPerSample()} * (format.interleaved ? format.channels : 1);
+}
+}  // namespace
+
+struct DRAVSinkAudioRendererAudioUnit::Impl
+{
+    // Device thread: one request of the device.
+    void AudioOutputProc(const PlaybackRequest& request);
+    // Inside the converter's render: block frames out of the bip buffers.
+    uint32_t ConverterInputProc(void* const* buffers, uint32_t frames);
+    // Whole frames waiting in every bip buffer; under lock.
+    int64_t QueuedFrames() const
+    {
+        if (bipBufferCount == 0)
+        {
+            return 0;
+        }
+        return static_cast<int64_t>(bipBuffers[0].getCommittedSize() /
+                                    BufferFrameBytes(converterInputFormat));
+    }
+    void Silence(const PlaybackRequest& request) const;
+    void ReleaseBuffers();
+
+    std::atomic<double> volume{1.0};
+    std::atomic<bool> mute{false};
+
+    // Serialises opening, closing, moving and the volume of the device
+    // stream; never taken by the device thread.
+    CDplThreadMutex controlLock;
+    std::string devicePath;
+    std::unique_ptr<PlaybackStream> stream;
+    uint32_t deviceId = 0;
+
+    // Guards what both threads touch. The push side holds it for one block's
+    // copy, the device side for one request's conversion.
+    CDplThreadMutex lock;
+    std::unique_ptr<AudioFormatConverter> converter;
+    DeviceStreamFormat converterInputFormat;
+    DeviceStreamFormat deviceFormat;
+    DRAVAudioFormat format{48000, 2, kDRAVAudioSampleTypeFloat, 0, true};
+    std::atomic<uint32_t> bufferSizeFrameCount{kDefaultBufferSizeFrameCount};
+    std::array<DplBipBuffer, kBipBufferCount> bipBuffers;
+    uint64_t bipBufferCount = 0;
+    std::atomic<int64_t> framesPlayed{0};
+    std::atomic<bool> initialized{false};
+    std::atomic<bool> stopping{false};
+
+    std::atomic<int64_t> droppedBlocks{0};
+    std::atomic<int64_t> underruns{0};
+    std::atomic<int64_t> refusedBlocks{0};
+};
+
+DRAVSinkAudioRendererAudioUnit::DRAVSinkAudioRendererAudioUnit(const DRAVSinkConfig& config)
+    : DRAVSink("DRAVSinkAudioRendererAudioUnit", DRAVSinkAudioRendererAudioUnit::GetMyObjectProperties(),
+               DRAVSinkConfig{kTypeAudioRenderer, config.reserved, config.blocking, config.useDefaultRouting},
+               1),
+      impl_(std::make_unique<Impl>())
+{
+}
+
+DRAVSinkAudioRendererAudioUnit::~DRAVSinkAudioRendererAudioUnit()
+{
+    // The device thread calls into the record: it must be quiet first.
+    DeinitAudioUnits();
+    if (IsUnitInitialized())
+    {
+        DRAVSink::Deinit();
+    }
+}
+
+KVCMap* DRAVSinkAudioRendererAudioUnit::GetMyObjectProperties()
+{
+    static KVCMap* const sClassProperties =
+        KVCMapBuilder<DRAVSinkAudioRendererAudioUnit>(DRAVSink::GetMyObjectProperties())
+            .Bool(kPropertyAudioRendererMute, &DRAVSinkAudioRendererAudioUnit::SetAudioMute,
+                  &DRAVSinkAudioRendererAudioUnit::GetAudioMute)
+            .Double(kPropertyAudioRendererVolume, &DRAVSinkAudioRendererAudioUnit::SetAudioVolume,
+                    &DRAVSinkAudioRendererAudioUnit::GetAudioVolume)
+            .String(kPropertyCaptureDevicePath, &DRAVSinkAudioRendererAudioUnit::SetDevicePath,
+                    &DRAVSinkAudioRendererAudioUnit::GetDevicePath)
+            .Int(kPropertyAudioBufferSizeFrameCount, &DRAVSinkAudioRendererAudioUnit::SetBufferSizeFrameCount,
+                 &DRAVSinkAudioRendererAudioUnit::GetBufferSizeFrameCount)
+            .Build();
+    return sClassProperties;
+}
+
+DRAVResult DRAVSinkAudioRendererAudioUnit::Init()
+{
+    DRAVResult result = InitSink(kDRAVPinTypePassthrough);
+    if (result.Succeeded())
+    {
+        SetUnitInitialized(true);
+    }
+    else
+    {
+        Deinit();
+    }
+    return result;
+}
+
+DRAVResult DRAVSinkAudioRendererAudioUnit::Deinit()
+{
+    DeinitAudioUnits();
+    SetUnitInitialized(false);
+    return DRAVSink::Deinit();
+}
+
+DRAVResult DRAVSinkAudioRendererAudioUnit::SetUnitState(DRAVUnitState state)
+{
+    DRAVResult result = DRAVSink::SetUnitState(state);
+    if (!result.Succeeded())
+    {
+        return result;
+    }
+    if (state == kDRAVUnitStateRunning)
+    {
+        return DRAVResult(kDRAVResultOk);
+    }
+    if (state == kDRAVUnitStatePaused)
+    {
+        DeinitAudioUnits();
+        return DRAVResult(kDRAVResultOk);
+    }
+    BreakIntoDebugger();
+    return DRAVResult(kDRAVResultOk);
+}
+
+DRAVResult DRAVSinkAudioRendererAudioUnit::InputMediaBufferReceived(std::shared_ptr<DRAVUnitInputPin>, int,
+                                                                    std::shared_ptr<DRAVMediaBuffer> frame)
+{
+    if (!IsUnitInitialized())
+    {
+        return DRAVResult(kDRAVResultErrNotInitialized);
+    }
+    if (GetUnitState() != kDRAVUnitStateRunning)
+    {
+        return DRAVResult(kDRAVResultErrInvalidOperation);
+    }
+    {
+        CDplScopedLock guard(impl_->lock);
+        if (impl_->initialized.load() &&
+            impl_->QueuedFrames() / impl_->bufferSizeFrameCount.load() >= kMaxQueuedBlocks)
+        {
+            impl_->droppedBlocks.fetch_add(1, std::memory_order_relaxed);
+            return DRAVResult(kDRAVResultOk);
+        }
+    }
+    auto block = std::dynamic_pointer_cast<DRAVAudioBuffer>(frame);
+    if (!block)
+    {
+        return DRAVResult(kDRAVResultErrNullPointer);
+    }
+    std::shared_ptr<DRAVAudioFormat> blockFormat = block->GetAudioFormat();
+    if (!blockFormat)
+    {
+        return DRAVResult(kDRAVResultErrInvalidFormat);
+    }
+    if (!impl_->initialized.load())
+    {
+        DRAVResult result = InitAudioUnits(*blockFormat);
+        if (!result.Succeeded())
+        {
+            return result;
+        }
+    }
+
+    std::shared_ptr<DRAVBufferRAM> storage;
+    DRAVResult locked;
+    DRAVMediaBufferReadLock<DRAVBufferRAM> read(block, &storage, &locked);
+    if (!locked.Succeeded())
+    {
+        return locked;
+    }
+    const auto* data = storage->GetData();
+    const auto size = static_cast<size_t>(std::max<int64_t>(block->GetUsedBufferSize(), 0));
+
+    CDplScopedLock guard(impl_->lock);
+    if (!impl_->initialized.load())
+    {
+        // Closed meanwhile by a stop.
+        return DRAVResult(kDRAVResultErrInvalidOperation);
+    }
+    if (!SameBlockFormat(*blockFormat, impl_->format))
+    {
+        impl_->refusedBlocks.fetch_add(1, std::memory_order_relaxed);
+        return DRAVResult(kDRAVResultErrInvalidFormat, "blocks changed format to %s",
+                          blockFormat->ToString().c_str());
+    }
+    // Whole frames of every buffer, and all buffers or none, so that the
+    // channels never fall out of step.
+    const size_t frameBytes = BufferFrameBytes(impl_->converterInputFormat);
+    const size_t bytes = size / impl_->bipBufferCount / frameBytes * frameBytes;
+    if (bytes == 0)
+    {
+        return DRAVResult(kDRAVResultOk);
+    }
+    std::array<void*, kBipBufferCount> targets{};
+    bool fits = true;
+    for (uint64_t i = 0; fits && i < impl_->bipBufferCount; ++i)
+    {
+        size_t reserved = 0;
+        targets[i] = impl_->bipBuffers[i].reserve(bytes, reserved);
+        fits = targets[i] != nullptr && reserved >= bytes;
+    }
+    if (!fits)
+    {
+        for (uint64_t i = 0; i < impl_->bipBufferCount; ++i)
+        {
+            impl_->bipBuffers[i].commit(0);
+        }
+        impl_->droppedBlocks.fetch_add(1, std::memory_order_relaxed);
+        return DRAVResult(kDRAVResultOk);
+    }
+    // Planar blocks hold each channel's part one after the other.
+    const size_t stride = size / impl_->bipBufferCount;
+    for (uint64_t i = 0; i < impl_->bipBufferCount; ++i)
+    {
+        std::memcpy(targets[i], data + i * stride, bytes);
+        impl_->bipBuffers[i].commit(bytes);
+    }
+    return DRAVResult(kDRAVResultOk);
+}
+
+DRAVResult DRAVSinkAudioRendererAudioUnit::InitAudioUnits(const DRAVAudioFormat& format)
+{
+    CDplScopedLock control(impl_->controlLock);
+    if (impl_->initialized.load())
+    {
+        return DRAVResult(kDRAVResultOk);
+    }
+    // A stop between the caller's check and here wins.
+    if (GetUnitState() != kDRAVUnitStateRunning)
+    {
+        return DRAVResult(kDRAVResultErrInvalidOperation);
+    }
+    DeviceStreamFormat inputFormat;
+    if (!StreamFormatFromAudioFormat(format, &inputFormat) || inputFormat.channels == 0 ||
+        inputFormat.channels > kBipBufferCount)
+    {
+        return DRAVResult(kDRAVResultErrInvalidFormat, "blocks of %s can't be played",
+                          format.ToString().c_str());
+    }
+    impl_->stopping.store(false);
+    const auto deviceId = static_cast<uint32_t>(std::atol(impl_->devicePath.c_str()));
+
+    Impl* impl = impl_.get();
+    std::unique_ptr<PlaybackStream> stream = tidemix::platform::Platform::Current()->Audio().OpenPlayback(
+        deviceId, [impl](const PlaybackRequest& request) { impl->AudioOutputProc(request); });
+    if (!stream)
+    {
+        return DRAVResult(kDRAVResultErrInvalidState, "no output device %u", deviceId);
+    }
+    const DeviceStreamFormat deviceFormat = stream->Format();
+    DRAVResult created;
+    std::unique_ptr<AudioFormatConverter> converter = AudioFormatConverter::Create(
+        inputFormat, deviceFormat, impl_->bufferSizeFrameCount.load(),
+        [impl](void* const* buffers, uint32_t frames) { return impl->ConverterInputProc(buffers, frames); },
+        &created);
+    if (!converter)
+    {
+        return DRAVResult(kDRAVResultErrInvalidState, "no converter to device %u: %s", deviceId,
+                          created.GetMessage().c_str());
+    }
+    {
+        CDplScopedLock guard(impl_->lock);
+        impl_->format = format;
+        impl_->converterInputFormat = inputFormat;
+        impl_->deviceFormat = deviceFormat;
+        impl_->converter = std::move(converter);
+        const size_t bytes =
+            size_t{inputFormat.sampleRate} * BufferFrameBytes(inputFormat) * kBipBufferSeconds;
+        impl_->bipBufferCount = inputFormat.BufferCount();
+        for (uint64_t i = 0; i < impl_->bipBufferCount; ++i)
+        {
+            if (!impl_->bipBuffers[i].allocate(bytes))
+            {
+                impl_->ReleaseBuffers();
+                return DRAVResult(kDRAVResultErrInvalidState, "no memory for the bip buffers");
+            }
+        }
+        impl_->framesPlayed.store(0);
+        impl_->initialized.store(true);
+    }
+    impl_->stream = std::move(stream);
+    impl_->deviceId = deviceId;
+    ApplyVolume();
+    DRAVResult started = impl_->stream->Start();
+    if (!started.Succeeded())
+    {
+        std::unique_ptr<PlaybackStream> failed = std::move(impl_->stream);
+        CDplScopedLock guard(impl_->lock);
+        impl_->ReleaseBuffers();
+        return DRAVResult(kDRAVResultErrInvalidState, "device %u doesn't start: %s", deviceId,
+                          started.GetMessage().c_str());
+    }
+    return DRAVResult(kDRAVResultOk);
+}
+
+void DRAVSinkAudioRendererAudioUnit::DeinitAudioUnits()
+{
+    CDplScopedLock control(impl_->controlLock);
+    if (!impl_->initialized.load())
+    {
+        return;
+    }
+    // The device thread leaves at once while the stream stops.
+    impl_->stopping.store(true);
+    impl_->stream->Stop();
+    std::unique_ptr<PlaybackStream> stream = std::move(impl_->stream);
+    impl_->deviceId = 0;
+    CDplScopedLock guard(impl_->lock);
+    impl_->ReleaseBuffers();
+}
+
+void DRAVSinkAudioRendererAudioUnit::Impl::ReleaseBuffers()
+{
+    initialized.store(false);
+    converter.reset();
+    for (uint64_t i = 0; i < bipBufferCount; ++i)
+    {
+        bipBuffers[i].deallocate();
+    }
+    bipBufferCount = 0;
+}
+
+void DRAVSinkAudioRendererAudioUnit::Impl::Silence(const PlaybackRequest& request) const
+{
+    if (request.buffers == nullptr || request.bufferCount != deviceFormat.BufferCount())
+    {
+        return;
+    }
+    const size_t bytes = size_t{request.frames} * BufferFrameBytes(deviceFormat);
+    for (uint32_t i = 0; i < request.bufferCount; ++i)
+    {
+        if (request.buffers[i] != nullptr)
+        {
+            std::memset(request.buffers[i], 0, bytes);
+        }
+    }
+}
+
+void DRAVSinkAudioRendererAudioUnit::Impl::AudioOutputProc(const PlaybackRequest& request)
+{
+    if (stopping.load(std::memory_order_acquire))
+    {
+        Silence(request);
+        return;
+    }
+    CDplScopedLock guard(lock);
+    if (!initialized.load() || !converter)
+    {
+        Silence(request);
+        return;
+    }
+    if (request.buffers == nullptr || request.bufferCount != deviceFormat.BufferCount())
+    {
+        return;
+    }
+    // Whole silence rather than a partial block; what waits stays for the
+    // next request.
+    if (QueuedFrames() < static_cast<int64_t>(converter->InputFramesForOutput(request.frames)))
+    {
+        underruns.fetch_add(1, std::memory_order_relaxed);
+        Silence(request);
+        return;
+    }
+    converter->Render(request.buffers, request.frames);
+}
+
+uint32_t DRAVSinkAudioRendererAudioUnit::Impl::ConverterInputProc(void* const* buffers, uint32_t frames)
+{
+    if (!initialized.load())
+    {
+        return 0;
+    }
+    const size_t bytes = size_t{frames} * BufferFrameBytes(converterInputFormat);
+    if (bipBuffers[0].getCommittedSize() < bytes)
+    {
+        // The converter plays what isn't filled as silence.
+        return 0;
+    }
+    for (uint64_t i = 0; i < bipBufferCount; ++i)
+    {
+        auto* target = static_cast<uint8_t*>(buffers[i]);
+        size_t copied = 0;
+        // Two rounds at most: the data may wrap once.
+        while (copied < bytes)
+        {
+            size_t size = 0;
+            void* block = bipBuffers[i].getContiguousBlock(size);
+            if (block == nullptr || size == 0)
+            {
+                std::memset(target + copied, 0, bytes - copied);
+                break;
+            }
+            const size_t take = std::min(size, bytes - copied);
+            std::memcpy(target + copied, block, take);
+            bipBuffers[i].decommitBlock(take);
+            copied += take;
+        }
+    }
+    framesPlayed.fetch_add(frames, std::memory_order_relaxed);
+    return frames;
+}
+
+void DRAVSinkAudioRendererAudioUnit::ApplyVolume()
+{
+    CDplScopedLock control(impl_->controlLock);
+    if (impl_->stream)
+    {
+        impl_->stream->SetVolume(impl_->mute.load() ? 0.0f : static_cast<float>(impl_->volume.load()));
+    }
+}
+
+void DRAVSinkAudioRendererAudioUnit::SetAudioVolume(double volume)
+{
+    impl_->volume.store(std::isnan(volume) ? 0.0 : std::clamp(volume, 0.0, 1.0));
+    ApplyVolume();
+}
+
+double DRAVSinkAudioRendererAudioUnit::GetAudioVolume()
+{
+    return impl_->volume.load();
+}
+
+void DRAVSinkAudioRendererAudioUnit::SetAudioMute(bool mute)
+{
+    impl_->mute.store(mute);
+    ApplyVolume();
+}
+
+bool DRAVSinkAudioRendererAudioUnit::GetAudioMute()
+{
+    return impl_->mute.load();
+}
+
+void DRAVSinkAudioRendererAudioUnit::SetDevicePath(const std::string& path)
+{
+    CDplScopedLock control(impl_->controlLock);
+    impl_->devicePath = path;
+    const auto deviceId = static_cast<uint32_t>(std::atol(path.c_str()));
+    if (!impl_->stream || deviceId == 0 || deviceId == impl_->deviceId)
+    {
+        return;
+    }
+    // Stopped for the move, so that no request of the new device meets the
+    // converter of the old one.
+    impl_->stream->Stop();
+    DRAVResult moved = impl_->stream->MoveTo(deviceId);
+    if (moved.Succeeded())
+    {
+        const DeviceStreamFormat deviceFormat = impl_->stream->Format();
+        std::unique_ptr<AudioFormatConverter> converter;
+        if (deviceFormat != impl_->deviceFormat)
+        {
+            Impl* impl = impl_.get();
+            DeviceStreamFormat inputFormat;
+            {
+                CDplScopedLock guard(impl_->lock);
+                inputFormat = impl_->converterInputFormat;
+            }
+            converter = AudioFormatConverter::Create(
+                inputFormat, deviceFormat, impl_->bufferSizeFrameCount.load(),
+                [impl](void* const* buffers, uint32_t frames)
+                { return impl->ConverterInputProc(buffers, frames); },
+                &moved);
+            if (!converter)
+            {
+                // Back to where it played before.
+                impl_->stream->MoveTo(impl_->deviceId);
+            }
+        }
+        if (converter)
+        {
+            CDplScopedLock guard(impl_->lock);
+            impl_->deviceFormat = deviceFormat;
+            std::swap(impl_->converter, converter);
+        }
+        if (moved.Succeeded())
+        {
+            impl_->deviceId = deviceId;
+        }
+    }
+    if (!moved.Succeeded())
+    {
+        moved.LogError("<%s> Move to device %u", GetFriendlyName().c_str(), deviceId);
+    }
+    impl_->stream->Start();
+}
+
+std::string DRAVSinkAudioRendererAudioUnit::GetDevicePath()
+{
+    CDplScopedLock control(impl_->controlLock);
+    return impl_->devicePath;
+}
+
+DRAVResult DRAVSinkAudioRendererAudioUnit::SetBufferSizeFrameCount(int64_t frames)
+{
+    if (frames < 1 || frames > kMaxBufferSizeFrameCount)
+    {
+        DRAVResult refused(kDRAVResultErrInvalidParameter, "a block of %lld frames",
+                           static_cast<long long>(frames));
+        refused.LogError("<%s> SetBufferSizeFrameCount", GetFriendlyName().c_str());
+        return refused;
+    }
+    // The converter works in slices of any size: only the limit of waiting
+    // blocks follows the new size.
+    CDplScopedLock guard(impl_->lock);
+    impl_->bufferSizeFrameCount.store(static_cast<uint32_t>(frames));
+    return DRAVResult(kDRAVResultOk);
+}
+
+int64_t DRAVSinkAudioRendererAudioUnit::GetBufferSizeFrameCount()
+{
+    return impl_->bufferSizeFrameCount.load();
+}
+
+bool DRAVSinkAudioRendererAudioUnit::AreAudioUnitsInitialized()
+{
+    return impl_->initialized.load();
+}
+
+double DRAVSinkAudioRendererAudioUnit::GetDeviceVolume()
+{
+    CDplScopedLock control(impl_->controlLock);
+    return impl_->stream ? static_cast<double>(impl_->stream->Volume()) : -1.0;
+}
+
+uint32_t DRAVSinkAudioRendererAudioUnit::GetDeviceId()
+{
+    CDplScopedLock control(impl_->controlLock);
+    return impl_->stream ? impl_->deviceId : 0;
+}
+
+int64_t DRAVSinkAudioRendererAudioUnit::GetQueuedFrameCount()
+{
+    CDplScopedLock guard(impl_->lock);
+    return impl_->QueuedFrames();
+}
+
+int64_t DRAVSinkAudioRendererAudioUnit::GetFramesPlayed()
+{
+    return impl_->framesPlayed.load();
+}
+
+int64_t DRAVSinkAudioRendererAudioUnit::GetDroppedBlockCount()
+{
+    return impl_->droppedBlocks.load();
+}
+
+int64_t DRAVSinkAudioRendererAudioUnit::GetUnderrunCount()
+{
+    return impl_->underruns.load();
+}
+
+int64_t DRAVSinkAudioRendererAudioUnit::GetRefusedBlockCount()
+{
+    return impl_->refusedBlocks.load();
+}

@@ -1,0 +1,491 @@
+#include "engine/sources/DRAVSourceAudioCaptureCoreAudio.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+
+#include "engine/AudioFormatConverter.h"
+#include "engine/DRAVAudioBuffer.h"
+#include "engine/DRAVBufferRAM.h"
+#include "engine/DRAVDeviceCoreAudio.h"
+#include "engine/DRAVManager.h"
+#include "engine/DRAVMediaBufferLock.h"
+#include "platform/Platform.h"
+#include "portable-core/DRAVLog.h"
+#include "portable-core/DplBipBuffer.h"
+#include "portable-core/KVCMapBuilder.h"
+
+using tidemix::engine::AudioFormatConverter;
+using tidemix::platform::CapturePacket;
+using tidemix::platform::CaptureStream;
+using tidemix::platform::DeviceStreamFormat;
+
+struct DRAVSourceAudioCaptureCoreAudio::Impl
+{
+    explicit Impl(DRAVSourceAudioCaptureCoreAudio* source) : owner(source) {}
+
+    // Device thread: one packet in, as many blocks out as it completes.
+    void AudioInputProc(const CapturePacket& packet);
+    // Inside the converter's render: device frames out of the bip buffers.
+    uint32_t ConverterInputProc(void* const* buffers, uint32_t frames);
+    // Bytes of one frame in one bip buffer.
+    size_t FrameBytes() const
+    {
+        return size_t{deviceFormat.BytesPerSample()} * (deviceFormat.interleaved ? deviceFormat.channels : 1);
+    }
+    void ReleaseBuffers();
+
+    DRAVSourceAudioCaptureCoreAudio* const owner;
+
+    // Guards everything below that the device thread touches; held by the
+    // device thread for one packet and its blocks.
+    CDplThreadMutex lock;
+    // Serialises start, stop and moves; never taken by the device thread.
+    CDplThreadMutex stateLock;
+
+    std::string devicePath;
+    std::string hardwareId;
+    int64_t deviceIndex = 0;
+    std::unique_ptr<CaptureStream> stream;
+    std::unique_ptr<AudioFormatConverter> converter;
+    DeviceStreamFormat deviceFormat;
+    const DRAVAudioFormat targetFormat{48000, 2, kDRAVAudioSampleTypeFloat, 0, true};
+    std::atomic<uint32_t> bufferSizeFrameCount{kDefaultBufferSizeFrameCount};
+    std::array<DplBipBuffer, kBipBufferCount> bipBuffers;
+    uint64_t bipBufferCount = 0;
+    std::atomic<int64_t> framesWritten{0};
+    std::atomic<int64_t> framesRead{0};
+    std::atomic<bool> running{false};
+
+    std::atomic<int64_t> blocks{0};
+    std::atomic<int64_t> droppedPackets{0};
+    std::atomic<int64_t> lostBlocks{0};
+    // Kept so that no owner name is built for every block.
+    const std::string bufferOwner{"DRAVSourceAudioCaptureCoreAudio"};
+};
+
+DRAVSourceAudioCaptureCoreAudio::DRAVSourceAudioCaptureCoreAudio(DRAVSourceConfig config, KVCMap* propertyMap)
+    : DRAVSource(
+          "DRAVSourceAudioCaptureCoreAudio",
+          propertyMap != nullptr ? propertyMap : DRAVSourceAudioCaptureCoreAudio::GetMyObjectProperties(),
+          config, 1),
+      impl_(std::make_unique<Impl>(this))
+{
+    SetDevicePath(DRAVManager::GetDRAVManager()->GetEngineSettings().micSource.devicePath);
+}
+
+DRAVSourceAudioCaptureCoreAudio::~DRAVSourceAudioCaptureCoreAudio()
+{
+    // The device thread calls into this object: it must be quiet first.
+    StopDevice();
+    if (IsUnitInitialized())
+    {
+        DRAVSource::Deinit();
+    }
+}
+
+KVCMap* DRAVSourceAudioCaptureCoreAudio::GetMyObjectProperties()
+{
+    static KVCMap* const sClassProperties =
+        KVCMapBuilder<DRAVSourceAudioCaptureCoreAudio>(DRAVSource::GetMyObjectProperties())
+            .String(kPropertyCaptureDevicePath, &DRAVSourceAudioCaptureCoreAudio::SetDevicePath,
+                    &DRAVSourceAudioCaptureCoreAudio::GetDevicePath)
+            .Int(kPropertyCaptureDeviceIndex, &DRAVSourceAudioCaptureCoreAudio::SetDeviceIndex,
+                 &DRAVSourceAudioCaptureCoreAudio::GetDeviceIndex)
+            .String(kPropertyCaptureDeviceHardwareId, &DRAVSourceAudioCaptureCoreAudio::SetDeviceHardwareId,
+                    &DRAVSourceAudioCaptureCoreAudio::GetDeviceHardwareId)
+            .Int(kPropertyAudioBufferSizeFrameCount,
+                 &DRAVSourceAudioCaptureCoreAudio::SetBufferSizeFrameCount,
+                 &DRAVSourceAudioCaptureCoreAudio::GetBufferSizeFrameCount)
+            .Build();
+    return sClassProperties;
+}
+
+DRAVResult DRAVSourceAudioCaptureCoreAudio::InitSource(DRAVPinType outputPinType)
+{
+    DRAVResult result = DRAVSource::InitSource(outputPinType);
+    if (!result.Succeeded())
+    {
+        Deinit();
+        return result;
+    }
+    result = StartAudioLevelmeter();
+    if (!result.Succeeded())
+    {
+        result.LogError("<%s> No level meter.", GetFriendlyName().c_str());
+        DRAVSource::Deinit();
+        return result;
+    }
+    SetUnitInitialized(true);
+    return result;
+}
+
+DRAVResult DRAVSourceAudioCaptureCoreAudio::Deinit()
+{
+    if (IsUnitInitialized())
+    {
+        SetUnitState(kDRAVUnitStatePaused);
+        SetUnitInitialized(false);
+    }
+    // A source started without InitSource still has its device open.
+    StopDevice();
+    return DRAVSource::Deinit();
+}
+
+DRAVResult DRAVSourceAudioCaptureCoreAudio::SetUnitState(DRAVUnitState state)
+{
+    DRAVResult result = DRAVSource::SetUnitState(state);
+    if (!result.Succeeded())
+    {
+        return result;
+    }
+    if (state == kDRAVUnitStateRunning)
+    {
+        result = StartDevice();
+        result.LogError("<%s> Start of capture device \"%s\"", GetFriendlyName().c_str(),
+                        GetDevicePath().c_str());
+        return result;
+    }
+    if (state == kDRAVUnitStatePaused)
+    {
+        return StopDevice();
+    }
+    return DRAVResult(kDRAVResultOk);
+}
+
+DRAVResult DRAVSourceAudioCaptureCoreAudio::StartDevice()
+{
+    CDplScopedLock stateGuard(impl_->stateLock);
+    if (impl_->running.load())
+    {
+        return DRAVResult(kDRAVResultErrInvalidState, "already running");
+    }
+    std::string path;
+    std::string hardwareId;
+    {
+        CDplScopedLock guard(impl_->lock);
+        path = impl_->devicePath;
+        hardwareId = impl_->hardwareId;
+    }
+    if (path.empty() && !hardwareId.empty())
+    {
+        for (const DRAVDeviceDescriptor& descriptor :
+             DRAVDeviceCoreAudio::EnumDeviceDescriptors(kDRAVDeviceTypeAudioCapture))
+        {
+            if (descriptor.hardwareId == hardwareId)
+            {
+                path = descriptor.devicePath;
+                break;
+            }
+        }
+        if (path.empty())
+        {
+            // The device isn't there: nothing to capture, and no error.
+            DRAVLogPrintf(kDbgPrintLevelWarning, "<%s> No capture device has hardware id \"%s\".",
+                          GetFriendlyName().c_str(), hardwareId.c_str());
+            return DRAVResult(kDRAVResultOk);
+        }
+    }
+    const auto deviceId = static_cast<uint32_t>(std::atol(path.c_str()));
+
+    // Opened without the lock: opening may wait for the device's thread.
+    Impl* impl = impl_.get();
+    std::unique_ptr<CaptureStream> stream = tidemix::platform::Platform::Current()->Audio().OpenCapture(
+        deviceId, [impl](const CapturePacket& packet) { impl->AudioInputProc(packet); });
+    if (!stream)
+    {
+        return DRAVResult(kDRAVResultErrInvalidState, "no capture device %u", deviceId);
+    }
+    {
+        CDplScopedLock guard(impl_->lock);
+        const DeviceStreamFormat format = stream->Format();
+        if (format.channels == 0 || format.BufferCount() > kBipBufferCount ||
+            format.channels > kBipBufferCount)
+        {
+            return DRAVResult(kDRAVResultErrInvalidState, "device %u has %u channels", deviceId,
+                              format.channels);
+        }
+        DRAVResult created;
+        impl_->converter = AudioFormatConverter::Create(
+            format, AudioFormatConverter::MixFormat(), impl_->bufferSizeFrameCount.load(),
+            [impl](void* const* buffers, uint32_t frames)
+            { return impl->ConverterInputProc(buffers, frames); },
+            &created);
+        if (!impl_->converter)
+        {
+            return DRAVResult(kDRAVResultErrInvalidState, "no converter for device %u: %s", deviceId,
+                              created.GetMessage().c_str());
+        }
+        impl_->deviceFormat = format;
+
+        // Five seconds of the device's audio, at the faster of the two rates.
+        const size_t rate = std::max(format.sampleRate, impl_->targetFormat.GetSampleRate());
+        const size_t bytes = rate * impl_->FrameBytes() * kBipBufferSeconds;
+        impl_->bipBufferCount = format.BufferCount();
+        for (uint64_t i = 0; i < impl_->bipBufferCount; ++i)
+        {
+            if (!impl_->bipBuffers[i].allocate(bytes))
+            {
+                impl_->ReleaseBuffers();
+                return DRAVResult(kDRAVResultErrInvalidState, "no memory for the bip buffers");
+            }
+        }
+        impl_->framesWritten.store(0);
+        impl_->framesRead.store(0);
+        // Packets wait for the lock until the start is complete.
+        impl_->running.store(true);
+        DRAVResult started = stream->Start();
+        if (!started.Succeeded())
+        {
+            impl_->running.store(false);
+            impl_->ReleaseBuffers();
+            return DRAVResult(kDRAVResultErrInvalidState, "device %u doesn't start: %s", deviceId,
+                              started.GetMessage().c_str());
+        }
+        impl_->stream = std::move(stream);
+    }
+    return DRAVResult(kDRAVResultOk);
+}
+
+DRAVResult DRAVSourceAudioCaptureCoreAudio::StopDevice()
+{
+    CDplScopedLock stateGuard(impl_->stateLock);
+    if (!impl_->running.load())
+    {
+        return DRAVResult(kDRAVResultErrInvalidState, "not running");
+    }
+    // Stopped before the lock is taken: a packet in flight finishes first.
+    impl_->stream->Stop();
+    std::unique_ptr<CaptureStream> stream;
+    {
+        CDplScopedLock guard(impl_->lock);
+        impl_->running.store(false);
+        stream = std::move(impl_->stream);
+        impl_->ReleaseBuffers();
+    }
+    return DRAVResult(kDRAVResultOk);
+}
+
+void DRAVSourceAudioCaptureCoreAudio::Impl::ReleaseBuffers()
+{
+    converter.reset();
+    for (uint64_t i = 0; i < bipBufferCount; ++i)
+    {
+        bipBuffers[i].deallocate();
+    }
+    bipBufferCount = 0;
+    framesWritten.store(0);
+    framesRead.store(0);
+}
+
+void DRAVSourceAudioCaptureCoreAudio::Impl::AudioInputProc(const CapturePacket& packet)
+{
+    CDplScopedLock guard(lock);
+    if (!running.load() || !converter)
+    {
+        return;
+    }
+    if (packet.frames == 0)
+    {
+        return;
+    }
+    // A packet is taken whole or not at all, so that the channels stay in step.
+    const size_t bytes = size_t{packet.frames} * FrameBytes();
+    bool fits = packet.bufferCount == bipBufferCount && packet.buffers != nullptr;
+    std::array<void*, kBipBufferCount> targets{};
+    for (uint64_t i = 0; fits && i < bipBufferCount; ++i)
+    {
+        size_t reserved = 0;
+        targets[i] = bipBuffers[i].reserve(bytes, reserved);
+        fits = targets[i] != nullptr && reserved >= bytes && packet.buffers[i] != nullptr;
+    }
+    if (!fits)
+    {
+        for (uint64_t i = 0; i < bipBufferCount; ++i)
+        {
+            bipBuffers[i].commit(0);
+        }
+        droppedPackets.fetch_add(1, std::memory_order_relaxed);
+        return;
+    }
+    for (uint64_t i = 0; i < bipBufferCount; ++i)
+    {
+        std::memcpy(targets[i], packet.buffers[i], bytes);
+        bipBuffers[i].commit(bytes);
+    }
+    framesWritten.fetch_add(packet.frames, std::memory_order_relaxed);
+
+    const uint32_t blockFrames = bufferSizeFrameCount.load(std::memory_order_relaxed);
+    const int64_t blockBytes = int64_t{blockFrames} * targetFormat.GetBytesPerFrame();
+    while (framesWritten.load(std::memory_order_relaxed) - framesRead.load(std::memory_order_relaxed) >=
+           static_cast<int64_t>(converter->InputFramesForOutput(blockFrames)))
+    {
+        std::shared_ptr<DRAVAudioBuffer> block =
+            DRAVAudioBuffer::GetAudioBuffer(bufferOwner, blockBytes, targetFormat, nullptr, 0);
+        if (!block)
+        {
+            // No frame to render into: the audio waits for the next packet.
+            lostBlocks.fetch_add(1, std::memory_order_relaxed);
+            return;
+        }
+        {
+            std::shared_ptr<DRAVBufferRAM> storage;
+            DRAVMediaBufferWriteLock<DRAVBufferRAM> write(block, &storage);
+            if (!write.IsLocked() || storage->GetSizeMax() < blockBytes)
+            {
+                lostBlocks.fetch_add(1, std::memory_order_relaxed);
+                return;
+            }
+            auto* left = reinterpret_cast<float*>(storage->GetData());
+            void* const planes[2] = {left, left + blockFrames};
+            converter->Render(planes, blockFrames);
+            storage->SetSizeCurrent(blockBytes);
+        }
+        block->SetTimestamp(DRAVGetHostTime());
+        block->SetDuration(targetFormat.GetDurationFromFrames(blockFrames));
+        blocks.fetch_add(1, std::memory_order_relaxed);
+        owner->HandOutBlock(block);
+    }
+}
+
+uint32_t DRAVSourceAudioCaptureCoreAudio::Impl::ConverterInputProc(void* const* buffers, uint32_t frames)
+{
+    const size_t frameBytes = FrameBytes();
+    // Whole frames that every buffer holds; the converter asks for no more
+    // than the device delivered.
+    size_t available = frames;
+    for (uint64_t i = 0; i < bipBufferCount; ++i)
+    {
+        available = std::min(available, bipBuffers[i].getCommittedSize() / frameBytes);
+    }
+    const size_t bytes = available * frameBytes;
+    for (uint64_t i = 0; i < bipBufferCount; ++i)
+    {
+        auto* target = static_cast<uint8_t*>(buffers[i]);
+        size_t copied = 0;
+        // Two rounds at most: the data may wrap once.
+        while (copied < bytes)
+        {
+            size_t size = 0;
+            void* block = bipBuffers[i].getContiguousBlock(size);
+            if (block == nullptr || size == 0)
+            {
+                break;
+            }
+            const size_t take = std::min(size, bytes - copied);
+            std::memcpy(target + copied, block, take);
+            bipBuffers[i].decommitBlock(take);
+            copied += take;
+        }
+    }
+    framesRead.fetch_add(static_cast<int64_t>(available), std::memory_order_relaxed);
+    return static_cast<uint32_t>(available);
+}
+
+void DRAVSourceAudioCaptureCoreAudio::HandOutBlock(const std::shared_ptr<DRAVMediaBuffer>& block)
+{
+    if (std::shared_ptr<DRAVUnit> meter = GetAudioLevelmeter())
+    {
+        meter->SendFrame(block);
+    }
+    ProcessFrame(0, block);
+}
+
+void DRAVSourceAudioCaptureCoreAudio::SetDevicePath(const std::string& path)
+{
+    if (impl_->running.load())
+    {
+        SetUnitState(kDRAVUnitStatePaused);
+        {
+            CDplScopedLock guard(impl_->lock);
+            impl_->devicePath = path;
+        }
+        SetUnitState(kDRAVUnitStateRunning);
+        return;
+    }
+    CDplScopedLock guard(impl_->lock);
+    impl_->devicePath = path;
+}
+
+std::string DRAVSourceAudioCaptureCoreAudio::GetDevicePath()
+{
+    CDplScopedLock guard(impl_->lock);
+    return impl_->devicePath;
+}
+
+void DRAVSourceAudioCaptureCoreAudio::SetDeviceIndex(int64_t index)
+{
+    CDplScopedLock guard(impl_->lock);
+    impl_->deviceIndex = index;
+}
+
+int64_t DRAVSourceAudioCaptureCoreAudio::GetDeviceIndex()
+{
+    CDplScopedLock guard(impl_->lock);
+    return impl_->deviceIndex;
+}
+
+void DRAVSourceAudioCaptureCoreAudio::SetDeviceHardwareId(const std::string& hardwareId)
+{
+    CDplScopedLock guard(impl_->lock);
+    impl_->hardwareId = hardwareId;
+}
+
+std::string DRAVSourceAudioCaptureCoreAudio::GetDeviceHardwareId()
+{
+    CDplScopedLock guard(impl_->lock);
+    return impl_->hardwareId;
+}
+
+DRAVResult DRAVSourceAudioCaptureCoreAudio::SetBufferSizeFrameCount(int64_t frames)
+{
+    if (frames < 1 || frames > kMaxBufferSizeFrameCount)
+    {
+        DRAVResult refused(kDRAVResultErrInvalidParameter, "a block of %lld frames",
+                           static_cast<long long>(frames));
+        refused.LogError("<%s> SetBufferSizeFrameCount", GetFriendlyName().c_str());
+        return refused;
+    }
+    // Under the lock, so that a block is never made half in each size. The
+    // converter renders larger blocks in several slices, so it stays.
+    CDplScopedLock guard(impl_->lock);
+    impl_->bufferSizeFrameCount.store(static_cast<uint32_t>(frames));
+    return DRAVResult(kDRAVResultOk);
+}
+
+int64_t DRAVSourceAudioCaptureCoreAudio::GetBufferSizeFrameCount()
+{
+    return impl_->bufferSizeFrameCount.load();
+}
+
+bool DRAVSourceAudioCaptureCoreAudio::IsRunning()
+{
+    return impl_->running.load();
+}
+
+int64_t DRAVSourceAudioCaptureCoreAudio::GetFramesWritten()
+{
+    return impl_->framesWritten.load();
+}
+
+int64_t DRAVSourceAudioCaptureCoreAudio::GetFramesRead()
+{
+    return impl_->framesRead.load();
+}
+
+int64_t DRAVSourceAudioCaptureCoreAudio::GetBlockCount()
+{
+    return impl_->blocks.load();
+}
+
+int64_t DRAVSourceAudioCaptureCoreAudio::GetDroppedPacketCount()
+{
+    return impl_->droppedPackets.load();
+}
+
+int64_t DRAVSourceAudioCaptureCoreAudio::GetLostBlockCount()
+{
+    return impl_->lostBlocks.load();
+}

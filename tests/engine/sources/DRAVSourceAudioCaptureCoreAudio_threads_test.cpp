@@ -1,0 +1,206 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "engine/DRAVAudioLevelmeter.h"
+#include "engine/DRAVEngineFilters.h"
+#include "engine/sources/DRAVSourceAudioCaptureCoreAudio.h"
+#include "platform/Platform.h"
+#include "platform/sim/SimPlatform.h"
+#include "support/DeviceUnitTestSupport.h"
+#include "support/SimAudioAnalysis.h"
+#include "support/ThreadsTestSupport.h"
+#include "support/UnitTestSupport.h"
+
+namespace
+{
+using deviceunits_test::Format;
+using deviceunits_test::MeterFactory;
+using deviceunits_test::PlanarChannel;
+using threads_test::WaitUntil;
+using tidemix::platform::Platform;
+using tidemix::platform::sim::SimDeviceFaults;
+using tidemix::platform::sim::SimDeviceSpec;
+using tidemix::platform::sim::SimPlatform;
+using tidemix::platform::sim::SimSignal;
+
+// Sources on the simulated world, whose devices call back on their own threads.
+class CaptureSourceThreads : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        platform_ = std::make_shared<SimPlatform>();
+        Platform::Use(platform_);
+        formerFactory_ = DRAVUnitFactory::Install(meters_.Make());
+    }
+    void TearDown() override
+    {
+        DRAVUnitFactory::Install(formerFactory_);
+        Platform::Use(nullptr);
+    }
+
+    uint32_t AddMicrophone(const tidemix::platform::DeviceStreamFormat& format, uint32_t packetFrames,
+                           const std::string& uid = "mic")
+    {
+        SimDeviceSpec spec = SimDeviceSpec::Microphone(uid, "Microphone " + uid, format);
+        spec.packetFrames = packetFrames;
+        spec.signal = SimSignal::Sine(1000.0, 0.5);
+        return platform_->World().AddDevice(spec);
+    }
+
+    std::shared_ptr<DRAVSourceAudioCaptureCoreAudio> MakeSource(uint32_t deviceId)
+    {
+        auto source = std::make_shared<DRAVSourceAudioCaptureCoreAudio>();
+        EXPECT_TRUE(source->InitSource(kDRAVPinTypePullRingBuffer).Succeeded());
+        EXPECT_EQ(source->SetBufferSizeFrameCount(960), kDRAVResultOk);
+        source->SetDevicePath(std::to_string(deviceId));
+        return source;
+    }
+
+    std::shared_ptr<deviceunits_test::RecordingMeter> Meter() { return *meters_.last; }
+
+    unittest::EngineEnvironment environment_;
+    std::shared_ptr<SimPlatform> platform_;
+    MeterFactory meters_;
+    DRAVUnitFactory formerFactory_;
+};
+
+TEST_F(CaptureSourceThreads, ToneOfA44100HzMonoDeviceArrivesAt48000Hz)
+{
+    const uint32_t mic = AddMicrophone(Format(44100, 1, true), 441);
+    auto source = MakeSource(mic);
+    ASSERT_EQ(source->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
+    ASSERT_TRUE(WaitUntil([&] { return Meter()->Count() >= 60; }));
+    ASSERT_EQ(source->SetUnitState(kDRAVUnitStatePaused), kDRAVResultOk);
+
+    const auto frames = Meter()->Frames();
+    std::vector<float> left;
+    for (size_t i = 10; i < frames.size(); ++i)
+    {
+        const std::vector<float> l = PlanarChannel(frames[i], 0);
+        ASSERT_EQ(l, PlanarChannel(frames[i], 1));
+        left.insert(left.end(), l.begin(), l.end());
+    }
+    EXPECT_NEAR(tidemix::test::ZeroCrossingFrequency(left, 48000.0), 1000.0, 10.0);
+    EXPECT_NEAR(tidemix::test::Peak(left), 0.5, 0.02);
+    EXPECT_EQ(source->GetDroppedPacketCount(), 0);
+}
+
+TEST_F(CaptureSourceThreads, TheEnginesLevelMeterSeesTheBlocks)
+{
+    DRAVUnitFactory factory;
+    factory.createFilter =
+        [](int32_t type, std::shared_ptr<DRAVUnit> owner, bool init, std::shared_ptr<DRAVUnit>* out)
+    {
+        std::shared_ptr<DRAVFilter> filter = DRAVCreateEngineFilter(DRAVFilterConfig{type, false});
+        if (!filter)
+        {
+            return DRAVResult(kDRAVResultErrUnknownUnit);
+        }
+        owner->AddChild(filter);
+        filter->SetOwner(owner);
+        DRAVResult result = init ? filter->Init() : DRAVResult(kDRAVResultOk);
+        if (result.Succeeded())
+        {
+            *out = filter;
+        }
+        return result;
+    };
+    DRAVUnitFactory::Install(factory);
+
+    const uint32_t mic = AddMicrophone(Format(48000, 2, false), 480);
+    auto source = MakeSource(mic);
+    auto meter = std::dynamic_pointer_cast<DRAVAudioLevelmeter>(source->GetAudioLevelmeter());
+    ASSERT_NE(meter, nullptr);
+    ASSERT_EQ(source->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
+    ASSERT_TRUE(WaitUntil([&] { return source->GetBlockCount() >= 10; }));
+    // The tone's peak is 0.5; the meter's samples may fall short of it.
+    const double level = meter->GetVULevelChannel1();
+    EXPECT_GT(level, 0.3);
+    EXPECT_LT(level, 0.55);
+    ASSERT_EQ(source->SetUnitState(kDRAVUnitStatePaused), kDRAVResultOk);
+    source->Deinit();
+}
+
+TEST_F(CaptureSourceThreads, StartsStopsAndSizeChangesRaceTheDeviceThread)
+{
+    const uint32_t mic = AddMicrophone(Format(48000, 2, false), 64);
+    SimDeviceFaults faults;
+    faults.irregularPackets = true;
+    platform_->World().SetFaults(mic, faults);
+    auto source = MakeSource(mic);
+
+    std::atomic<bool> done{false};
+    std::thread sizes(
+        [&]
+        {
+            int64_t size = 480;
+            while (!done.load())
+            {
+                source->SetBufferSizeFrameCount(size);
+                size = size == 480 ? 960 : 480;
+                (void)source->GetFramesRead();
+                (void)source->GetFramesWritten();
+                std::this_thread::sleep_for(std::chrono::microseconds(500));
+            }
+        });
+    for (int round = 0; round < 30; ++round)
+    {
+        ASSERT_EQ(source->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
+        std::this_thread::sleep_for(std::chrono::milliseconds(round % 3 == 0 ? 15 : 2));
+        ASSERT_EQ(source->SetUnitState(kDRAVUnitStatePaused), kDRAVResultOk);
+        ASSERT_FALSE(source->IsRunning());
+    }
+    done.store(true);
+    sizes.join();
+    EXPECT_GT(source->GetBlockCount(), 0);
+    // Every block is whole and of one of the two sizes.
+    for (const auto& frame : Meter()->Frames())
+    {
+        const int64_t size = frame->GetUsedBufferSize();
+        ASSERT_TRUE(size == 480 * 8 || size == 960 * 8) << size;
+    }
+}
+
+TEST_F(CaptureSourceThreads, DeviceThatDisappearsJustStopsTheBlocks)
+{
+    const uint32_t mic = AddMicrophone(Format(48000, 2, true), 480);
+    auto source = MakeSource(mic);
+    ASSERT_EQ(source->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
+    ASSERT_TRUE(WaitUntil([&] { return source->GetBlockCount() >= 5; }));
+
+    ASSERT_TRUE(platform_->World().RemoveDevice(mic));
+    const int64_t blocks = source->GetBlockCount();
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_EQ(source->GetBlockCount(), blocks);
+    EXPECT_TRUE(source->IsRunning());
+
+    EXPECT_EQ(source->SetUnitState(kDRAVUnitStatePaused), kDRAVResultOk);
+    // The way back is a new start, which finds no device.
+    EXPECT_EQ(source->SetUnitState(kDRAVUnitStateRunning), kDRAVResultErrInvalidState);
+    EXPECT_FALSE(source->IsRunning());
+}
+
+TEST_F(CaptureSourceThreads, MovesBetweenRunningDevices)
+{
+    const uint32_t first = AddMicrophone(Format(48000, 2, true), 480, "first");
+    const uint32_t second = AddMicrophone(Format(44100, 1, false), 441, "second");
+    auto source = MakeSource(first);
+    ASSERT_EQ(source->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
+    for (int round = 0; round < 6; ++round)
+    {
+        const int64_t blocks = source->GetBlockCount();
+        source->SetDevicePath(std::to_string(round % 2 == 0 ? second : first));
+        ASSERT_TRUE(source->IsRunning());
+        ASSERT_TRUE(WaitUntil([&] { return source->GetBlockCount() >= blocks + 3; }));
+    }
+    EXPECT_EQ(source->SetUnitState(kDRAVUnitStatePaused), kDRAVResultOk);
+    source.reset();
+}
+}  // namespace

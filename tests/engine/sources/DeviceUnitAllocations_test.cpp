@@ -1,0 +1,251 @@
+// Counts the heap calls made through operator new on the device's side of
+// the two device units once they run: the capture source's packet and block
+// path, the renderer sink's request path. The device thread is the test's own
+// thread here (the hand-driven platform), so only that thread counts.
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "engine/DRAVAudioLevelmeter.h"
+#include "engine/DRAVEngineFilters.h"
+#include "engine/DRAVMemoryPoolRAM.h"
+#include "engine/sinks/DRAVSinkAudioRendererAudioUnit.h"
+#include "engine/sources/DRAVSourceAudioCaptureCoreAudio.h"
+#include "platform/Platform.h"
+#include "support/DeviceUnitTestSupport.h"
+
+namespace
+{
+thread_local bool tCounting = false;
+std::atomic<int64_t> gNews{0};
+
+void* CountedNew(size_t size)
+{
+    if (tCounting)
+    {
+        gNews.fetch_add(1, std::memory_order_relaxed);
+    }
+    void* p = std::malloc(size == 0 ? 1 : size);
+    if (p == nullptr)
+    {
+        throw std::bad_alloc();
+    }
+    return p;
+}
+
+void* CountedAlignedNew(size_t size, std::align_val_t alignment)
+{
+    if (tCounting)
+    {
+        gNews.fetch_add(1, std::memory_order_relaxed);
+    }
+    const auto align = static_cast<size_t>(alignment);
+    void* p = std::aligned_alloc(align, (size + align - 1) / align * align);
+    if (p == nullptr)
+    {
+        throw std::bad_alloc();
+    }
+    return p;
+}
+
+// Counts the heap calls of this thread while alive.
+class CountScope
+{
+public:
+    CountScope()
+    {
+        gNews.store(0);
+        tCounting = true;
+    }
+    ~CountScope() { tCounting = false; }
+};
+}  // namespace
+
+void* operator new(size_t size)
+{
+    return CountedNew(size);
+}
+void* operator new(size_t size, std::align_val_t alignment)
+{
+    return CountedAlignedNew(size, alignment);
+}
+void operator delete(void* p) noexcept
+{
+    std::free(p);
+}
+void operator delete(void* p, size_t) noexcept
+{
+    std::free(p);
+}
+void operator delete(void* p, std::align_val_t) noexcept
+{
+    std::free(p);
+}
+void operator delete(void* p, size_t, std::align_val_t) noexcept
+{
+    std::free(p);
+}
+
+namespace
+{
+using deviceunits_test::Format;
+using deviceunits_test::HandDrivenPlatform;
+using tidemix::platform::Platform;
+using tidemix::platform::SampleEncoding;
+using tidemix::platform::sim::SimDeviceSpec;
+
+// The engine's own ring and level meter, as on the road of a mix.
+class DeviceUnitAllocations : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        formerPool_ = DRAVMemoryPoolRAM::InstallShared(
+            std::make_shared<DRAVMemoryPoolRAM>(kMemoryPoolRAMName, kMaxRAMPoolItems, kMaxRAMPoolSizeMB));
+        DRAVUnitFactory factory;
+        factory.createFilter =
+            [](int32_t type, std::shared_ptr<DRAVUnit> owner, bool init, std::shared_ptr<DRAVUnit>* out)
+        {
+            std::shared_ptr<DRAVFilter> filter = DRAVCreateEngineFilter(DRAVFilterConfig{type, false});
+            if (!filter)
+            {
+                return DRAVResult(kDRAVResultErrUnknownUnit);
+            }
+            owner->AddChild(filter);
+            filter->SetOwner(owner);
+            DRAVResult result = init ? filter->Init() : DRAVResult(kDRAVResultOk);
+            if (result.Succeeded())
+            {
+                *out = filter;
+            }
+            return result;
+        };
+        formerFactory_ = DRAVUnitFactory::Install(factory);
+        platform_ = std::make_shared<HandDrivenPlatform>();
+        Platform::Use(platform_);
+    }
+    void TearDown() override
+    {
+        Platform::Use(nullptr);
+        DRAVUnitFactory::Install(formerFactory_);
+        DRAVMemoryPoolRAM::InstallShared(formerPool_);
+    }
+
+    std::shared_ptr<HandDrivenPlatform> platform_;
+    std::shared_ptr<DRAVMemoryPoolRAM> formerPool_;
+    DRAVUnitFactory formerFactory_;
+};
+
+TEST_F(DeviceUnitAllocations, CountingSeesAnAllocation)
+{
+    CountScope count;
+    auto probe = std::make_unique<std::string>(64, 'x');
+    EXPECT_GE(gNews.load(), 1);
+}
+
+TEST_F(DeviceUnitAllocations, CaptureSourceMakesBlocksWithoutTheHeap)
+{
+    const uint32_t mic = platform_->Hand().World().AddDevice(
+        SimDeviceSpec::Microphone("mic", "Microphone", Format(44100, 2, true)));
+    auto source = std::make_shared<DRAVSourceAudioCaptureCoreAudio>();
+    ASSERT_TRUE(source->InitSource(kDRAVPinTypePullRingBuffer).Succeeded());
+    ASSERT_EQ(source->SetBufferSizeFrameCount(960), kDRAVResultOk);
+    source->SetDevicePath(std::to_string(mic));
+    ASSERT_EQ(source->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
+    auto stream = platform_->Hand().Last();
+    ASSERT_NE(stream, nullptr);
+
+    // One packet, made once.
+    std::vector<float> samples(441 * 2, 0.25f);
+    const void* buffers[1] = {samples.data()};
+    tidemix::platform::CapturePacket packet;
+    packet.buffers = buffers;
+    packet.bufferCount = 1;
+    packet.frames = 441;
+
+    // The ring takes the blocks while the frame objects' blocks warm up; a
+    // consumer pulls now and then as the mix would.
+    auto ring = source->GetOutputPin(0)->GetQueue();
+    ASSERT_NE(ring, nullptr);
+    std::shared_ptr<DRAVAudioBuffer> pulled;
+    for (int i = 0; i < 400; ++i)
+    {
+        stream->capture(packet);
+        if (i % 2 == 1)
+        {
+            ring->PullAudioBuffer(DRAVTimestamp(0), &pulled, int64_t{960});
+            pulled.reset();
+        }
+    }
+    const int64_t blocksBefore = source->GetBlockCount();
+    int64_t news = 0;
+    {
+        CountScope count;
+        for (int i = 0; i < 400; ++i)
+        {
+            stream->capture(packet);
+        }
+        news = gNews.load();
+    }
+    // 441 frames at 44100 Hz make one block of 960 every second packet.
+    EXPECT_EQ(source->GetBlockCount(), blocksBefore + 200);
+    EXPECT_EQ(news, 0);
+    EXPECT_EQ(source->SetUnitState(kDRAVUnitStatePaused), kDRAVResultOk);
+}
+
+TEST_F(DeviceUnitAllocations, RendererSinkAnswersRequestsWithoutTheHeap)
+{
+    const uint32_t speaker = platform_->Hand().World().AddDevice(
+        SimDeviceSpec::Speaker("spk", "Speaker", Format(44100, 2, true, SampleEncoding::Int16)));
+    auto sink = std::make_shared<DRAVSinkAudioRendererAudioUnit>();
+    ASSERT_TRUE(sink->Init().Succeeded());
+    ASSERT_EQ(sink->SetBufferSizeFrameCount(960), kDRAVResultOk);
+    sink->SetDevicePath(std::to_string(speaker));
+    ASSERT_TRUE(sink->SetUnitState(kDRAVUnitStateRunning).Succeeded());
+
+    std::vector<std::shared_ptr<DRAVAudioBuffer>> blocks;
+    for (int i = 0; i < 200; ++i)
+    {
+        blocks.push_back(deviceunits_test::MakePlanarBlock(960, 1000.0, int64_t{i} * 960));
+    }
+    std::vector<int16_t> output(882 * 2);
+    void* buffers[1] = {output.data()};
+    tidemix::platform::PlaybackRequest request;
+    request.buffers = buffers;
+    request.bufferCount = 1;
+    request.frames = 882;
+
+    ASSERT_TRUE(sink->SendFrame(blocks[0]).Succeeded());
+    auto stream = platform_->Hand().Last();
+    ASSERT_NE(stream, nullptr);
+    int64_t news = 0;
+    for (size_t i = 1; i < blocks.size(); ++i)
+    {
+        ASSERT_TRUE(sink->SendFrame(blocks[i]).Succeeded());
+        CountScope count;
+        stream->playback(request);
+        news += gNews.load();
+    }
+    EXPECT_EQ(news, 0);
+    EXPECT_EQ(sink->GetUnderrunCount(), 0);
+    EXPECT_GT(sink->GetFramesPlayed(), 150 * 960);
+    // Underruns are answered without the heap too.
+    {
+        request.frames = 48000;
+        output.resize(48000 * 2);
+        buffers[0] = output.data();
+        CountScope count;
+        stream->playback(request);
+        news = gNews.load();
+    }
+    EXPECT_EQ(news, 0);
+    EXPECT_EQ(sink->GetUnderrunCount(), 1);
+}
+}  // namespace
