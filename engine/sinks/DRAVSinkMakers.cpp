@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "engine/DRAVPlatformUnitMakers.h"
+#include "engine/sinks/DRAVSinkAudioRendererAudioUnit.h"
 #include "engine/sinks/DRAVSinkPreview.h"
 
 namespace
@@ -12,6 +13,8 @@ std::shared_ptr<DRAVSink> MakePlatformSink(const DRAVSinkConfig& config)
 {
     switch (config.type)
     {
+        case DRAVSink::kTypeAudioRenderer:
+            return std::make_shared<DRAVSinkAudioRendererAudioUnit>(config);
         default:
             return nullptr;
     }

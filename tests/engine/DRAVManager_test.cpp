@@ -9,6 +9,7 @@
 #include "engine/DRAVAudioBuffer.h"
 #include "engine/DRAVAudioLevelmeter.h"
 #include "engine/DRAVFilterDelay.h"
+#include "engine/sinks/DRAVSinkAudioRendererAudioUnit.h"
 #include "engine/sinks/DRAVSinkMakers.h"
 #include "engine/sinks/DRAVSinkPreview.h"
 #include "platform/Platform.h"
@@ -151,6 +152,20 @@ TEST_F(ManagerTest, SinksComeFromThePlatformThenTheDefaults)
     ASSERT_EQ(manager_.FindSink(5, &found), kDRAVResultOk);
     EXPECT_EQ(found, rendererSink);
     EXPECT_EQ(manager_.FindSink(5, &found, nullptr, "other"), kDRAVResultErrNotFound);
+}
+
+TEST_F(ManagerTest, SinkMakersBringTheAudioRenderer)
+{
+    DRAVPlatformUnitMakers::Install(DRAVPlatformUnitMakers{});
+    DRAVInstallSinkMakers();
+    ASSERT_EQ(manager_.Init(), kDRAVResultOk);
+    DRAVSinkConfig renderer;
+    renderer.type = DRAVSink::kTypeAudioRenderer;
+    std::shared_ptr<DRAVSink> sink;
+    ASSERT_EQ(manager_.CreateSink(renderer, &sink, nullptr, false), kDRAVResultOk);
+    EXPECT_NE(std::dynamic_pointer_cast<DRAVSinkAudioRendererAudioUnit>(sink), nullptr);
+    EXPECT_EQ(sink->GetType(), DRAVSink::kTypeAudioRenderer);
+    EXPECT_TRUE(manager_.IsActiveUnit(sink->GetObjectID()));
 }
 
 TEST_F(ManagerTest, SourcesNeedAPlatformMaker)
