@@ -1,6 +1,7 @@
 #include "engine/DRAVPlatformSpecific.h"
 
 #include "engine/DRAVDeviceCoreAudio.h"
+#include "engine/DRAVPlatformUnitMakers.h"
 
 DRAVResult InitManagerPlatformSpecific()
 {
@@ -31,4 +32,29 @@ DRAVResult GetCurrentSampleRatePlatformSpecific(double&)
 DRAVResult SetSampleRatePlatformSpecific(double)
 {
     return kDRAVResultErrNotImplemented;
+}
+
+std::shared_ptr<DRAVSource> CreateSourcePlatformSpecific(const DRAVSourceConfig& config)
+{
+    const auto maker = DRAVPlatformUnitMakers::Current().platformSource;
+    return maker ? maker(config) : nullptr;
+}
+
+std::shared_ptr<DRAVSink> CreateSinkPlatformSpecific(const DRAVSinkConfig& config)
+{
+    const auto maker = DRAVPlatformUnitMakers::Current().platformSink;
+    return maker ? maker(config) : nullptr;
+}
+
+std::shared_ptr<DRAVFilter> CreateFilterPlatformSpecific(const DRAVFilterConfig& config)
+{
+    const auto maker = DRAVPlatformUnitMakers::Current().platformFilter;
+    return maker ? maker(config) : nullptr;
+}
+
+std::vector<std::shared_ptr<DRAVDeviceObserverSubjectInterface>>
+RegisterDeviceObserverSubjectsPlatformSpecific()
+{
+    const auto maker = DRAVPlatformUnitMakers::Current().deviceObserverSubjects;
+    return maker ? maker() : std::vector<std::shared_ptr<DRAVDeviceObserverSubjectInterface>>();
 }

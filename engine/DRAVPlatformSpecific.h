@@ -1,7 +1,12 @@
 #pragma once
 
+#include <memory>
 #include <vector>
 
+#include "engine/DRAVDeviceObserverSubjectInterface.h"
+#include "engine/DRAVFilter.h"
+#include "engine/DRAVSink.h"
+#include "engine/DRAVSource.h"
 #include "engine/DRAVSourceDescriptor.h"
 #include "portable-core/DRAVResult.h"
 
@@ -15,3 +20,11 @@ std::vector<DRAVSourceDescriptor> GetAvailableSourcesPlatformSpecific();
 DRAVResult GetSupportedSampleRatesPlatformSpecific(std::vector<double>& rates);
 DRAVResult GetCurrentSampleRatePlatformSpecific(double& rate);
 DRAVResult SetSampleRatePlatformSpecific(double rate);
+// The platform's units for a configuration, or null. The classes live above
+// the engine and come through the installed DRAVPlatformUnitMakers.
+std::shared_ptr<DRAVSource> CreateSourcePlatformSpecific(const DRAVSourceConfig& config);
+std::shared_ptr<DRAVSink> CreateSinkPlatformSpecific(const DRAVSinkConfig& config);
+std::shared_ptr<DRAVFilter> CreateFilterPlatformSpecific(const DRAVFilterConfig& config);
+// The platform's device observer subjects, ready for use; none without makers.
+std::vector<std::shared_ptr<DRAVDeviceObserverSubjectInterface>>
+RegisterDeviceObserverSubjectsPlatformSpecific();

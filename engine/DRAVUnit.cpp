@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <iterator>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -534,6 +535,25 @@ void DRAVUnit::AddChild(std::shared_ptr<DRAVUnit> child)
     }
     CDplScopedLock lock(childrenMutex_);
     children_.push_back(std::move(child));
+}
+
+bool DRAVUnit::RemoveChild(const std::string& objectId)
+{
+    // The child is let go outside the lock: it may be its last reference.
+    std::list<std::shared_ptr<DRAVUnit>> removed;
+    {
+        CDplScopedLock lock(childrenMutex_);
+        for (auto it = children_.begin(); it != children_.end();)
+        {
+            const auto next = std::next(it);
+            if ((*it)->GetObjectID() == objectId)
+            {
+                removed.splice(removed.end(), children_, it);
+            }
+            it = next;
+        }
+    }
+    return !removed.empty();
 }
 
 bool DRAVUnit::HasChild(const std::string& objectId)

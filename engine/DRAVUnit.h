@@ -95,6 +95,8 @@ public:
     int GetNumInputPins() const { return numInputPins_; }
     int GetNumOutputPins() const { return numOutputPins_; }
     void AddChild(std::shared_ptr<DRAVUnit> child);
+    // False when no child has that id.
+    bool RemoveChild(const std::string& objectId);
     bool HasChild(const std::string& objectId);
     std::vector<std::shared_ptr<DRAVUnit>> GetChildren();
     bool IsChildOf(std::shared_ptr<const DRAVUnit> unit);
