@@ -10,14 +10,15 @@
 #include "control/DRMXPlatformHooks.h"
 #include "control/DRMXProcessActivity.h"
 #include "control/DRMXValueNormalization.h"
-#include "microphones/DRMXMicrophoneConfigurable.h"
-#include "portable-core/DRAVPropertyNames.h"
 #include "engine/DRAVManager.h"
+#include "engine/DRMXVirtualDeviceNames.h"
+#include "engine/sinks/DRAVSinkMakers.h"
+#include "microphones/DRMXMicrophoneConfigurable.h"
 #include "observers/DRMXDeviceObserverCoreAudio.h"
 #include "observers/appaudio/DRMXDeviceObserverAppAudio.h"
 #include "portable-core/DRAVLog.h"
+#include "portable-core/DRAVPropertyNames.h"
 #include "portable-core/DplDispatchQueue.h"
-#include "engine/DRMXVirtualDeviceNames.h"
 
 using namespace DRMX_Settings;
 
@@ -102,15 +103,15 @@ DRMXManager::DRMXManager() : impl_(std::make_unique<Impl>())
 {
     // The defaults of the settings come from the devices this manager sees.
     DRMXSettings::DeviceQueries queries;
-    queries.availableOutputs = [this](DRMXOutputType type, const std::string& name) {
-        return GetAvailableOutputs(type, name);
-    };
+    queries.availableOutputs = [this](DRMXOutputType type, const std::string& name)
+    { return GetAvailableOutputs(type, name); };
     queries.availableInputs = [this](DRMXInputType type) { return GetAvailableInputs(type); };
     settings_.SetDeviceQueries(std::move(queries));
 
     // Made once and never replaced: observers hold them by raw pointer.
     deviceDelegate_ = std::make_shared<KVObserverDelegate>(
-        [this](void*, const std::string&, DRAVPropertyKVPair pair, KVCProperty*) { HandleDeviceChange(pair); },
+        [this](void*, const std::string&, DRAVPropertyKVPair pair, KVCProperty*)
+        { HandleDeviceChange(pair); },
         nullptr);
     powerDelegate_ = std::make_shared<KVObserverDelegate>(
         [this](void*, const std::string&, DRAVPropertyKVPair pair, KVCProperty*) { HandlePowerChange(pair); },
@@ -125,6 +126,11 @@ DRAVResult DRMXManager::Init(const std::string& /*logFile: nothing here opens it
 
     DRAVSetProductNames(PRODUCT_NAME_SHORT, PRODUCT_NAME_LONG, PRODUCT_NAME_COMPACT);
 
+    // The engine makes its sinks (the outputs' renderers) through makers that
+    // live above it; they are installed once, before the first output starts.
+    static std::once_flag sinkMakersInstalled;
+    std::call_once(sinkMakersInstalled, DRAVInstallSinkMakers);
+
     DRAVManager* engine = DRAVManager::GetDRAVManager();
     if (!engine->IsInitialized())
     {
@@ -137,7 +143,8 @@ DRAVResult DRMXManager::Init(const std::string& /*logFile: nothing here opens it
 
     if (result.Succeeded())
     {
-        std::vector<std::shared_ptr<DRMXDeviceObserverBase>> observers = RegisterDeviceObserversPlatformSpecific();
+        std::vector<std::shared_ptr<DRMXDeviceObserverBase>> observers =
+            RegisterDeviceObserversPlatformSpecific();
         {
             CDplScopedLock lock(microphoneLock_);
             deviceObservers_ = observers;
@@ -148,9 +155,8 @@ DRAVResult DRMXManager::Init(const std::string& /*logFile: nothing here opens it
 
         for (const auto& observer : observers)
         {
-            if (observer &&
-                (observer->GetNotification() == kDeviceNotificationAny ||
-                 observer->GetNotification() == kDeviceNotificationCoreAudio))
+            if (observer && (observer->GetNotification() == kDeviceNotificationAny ||
+                             observer->GetNotification() == kDeviceNotificationCoreAudio))
             {
                 observer->AttachObserver(deviceDelegate_.get());
             }
@@ -487,7 +493,8 @@ DRAVResult DRMXManager::SetApplicationSettings(DRMXApplicationSettings settings)
     return DRAVResult(kDRAVResultOk);
 }
 
-DRAVResult DRMXManager::SetAndSaveSettings(DRMXMicrophoneSettings microphone, DRMXApplicationSettings application)
+DRAVResult DRMXManager::SetAndSaveSettings(DRMXMicrophoneSettings microphone,
+                                           DRMXApplicationSettings application)
 {
     CDplScopedLock lock(settingsLock_);
     settings_.microphoneSettings = std::move(microphone);
@@ -550,7 +557,8 @@ void DRMXManager::UpdateMicSettingsByOS(DRMXMicrophoneSettings& settings)
     if (auto object = std::dynamic_pointer_cast<DRAVObject>(microphone))
     {
         settings.gain = cutToNormalizedValue(object->GetDoubleProperty(kPropertyMicrophoneGain));
-        settings.outputVolume = cutToNormalizedValue(object->GetDoubleProperty(kPropertyMicrophoneOutputVolume));
+        settings.outputVolume =
+            cutToNormalizedValue(object->GetDoubleProperty(kPropertyMicrophoneOutputVolume));
     }
 }
 
@@ -586,9 +594,9 @@ std::vector<DRMXOutputSelector> DRMXManager::GetAvailableOutputs(const DRMXOutpu
         return {};
     }
     std::vector<DRMXOutputSelector> kept;
-    std::copy_if(outputs.begin(), outputs.end(), std::back_inserter(kept), [&](const DRMXOutputSelector& output) {
-        return output.GetType() == type && output.GetTerminalType() == terminal;
-    });
+    std::copy_if(outputs.begin(), outputs.end(), std::back_inserter(kept),
+                 [&](const DRMXOutputSelector& output)
+                 { return output.GetType() == type && output.GetTerminalType() == terminal; });
     return kept;
 }
 
@@ -619,7 +627,8 @@ std::vector<DRMXOutputSelector> DRMXManager::GetAvailableOutputs(DRMXOutputType 
         }
         else
         {
-            taken = (!path.empty() && output.GetDevicePath() == path) || name.empty() || name == output.GetName();
+            taken =
+                (!path.empty() && output.GetDevicePath() == path) || name.empty() || name == output.GetName();
         }
         if (taken)
         {
@@ -651,7 +660,8 @@ DRMXOutputSelector DRMXManager::GetMainMicrophoneOutput()
     return outputs.empty() ? DRMXOutputSelector() : outputs.front();
 }
 
-DRAVResult DRMXManager::CreateInput(const DRMXInputSelector& selector, std::shared_ptr<DRMXInputInterface>* out)
+DRAVResult DRMXManager::CreateInput(const DRMXInputSelector& selector,
+                                    std::shared_ptr<DRMXInputInterface>* out)
 {
     if (out == nullptr)
     {
@@ -756,18 +766,26 @@ DRAVResult DRMXManager::GetFirmwarePath(DRMXMicrophoneType type, std::string& pa
 {
     switch (type)
     {
-    case kMicrophoneTypeReed1:
-    case kMicrophoneTypeReed1DFU: path = "reed_1_firmware.dfu"; break;
-    case kMicrophoneTypeReed3:
-    case kMicrophoneTypeReed3DFU: path = "reed_3_firmware.dfu"; break;
-    case kMicrophoneTypeReedPro:
-    case kMicrophoneTypeReedProDFU: path = "reed_pro_firmware.dfu"; break;
-    default: break;
+        case kMicrophoneTypeReed1:
+        case kMicrophoneTypeReed1DFU:
+            path = "reed_1_firmware.dfu";
+            break;
+        case kMicrophoneTypeReed3:
+        case kMicrophoneTypeReed3DFU:
+            path = "reed_3_firmware.dfu";
+            break;
+        case kMicrophoneTypeReedPro:
+        case kMicrophoneTypeReedProDFU:
+            path = "reed_pro_firmware.dfu";
+            break;
+        default:
+            break;
     }
     path = DRMXApplicationBundle::PathForBundleResource(path);
     std::error_code error;
-    return DRAVResult(!path.empty() && std::filesystem::is_regular_file(path, error) ? kDRAVResultOk
-                                                                                     : kDRAVResultErrNotFound);
+    return DRAVResult(!path.empty() && std::filesystem::is_regular_file(path, error)
+                          ? kDRAVResultOk
+                          : kDRAVResultErrNotFound);
 }
 
 DRAVResult DRMXManager::GetSupportedSamplerates(std::vector<uint32_t>&)
@@ -787,8 +805,8 @@ DRAVResult DRMXManager::SetSampleRate(uint32_t)
 
 bool DRMXManager::ChangedAppAudioEndpointIsInUse() const
 {
-    const auto observer =
-        std::dynamic_pointer_cast<DRMXDeviceObserverAppAudio>(FindDeviceObserver(kDeviceNotificationAppAudio));
+    const auto observer = std::dynamic_pointer_cast<DRMXDeviceObserverAppAudio>(
+        FindDeviceObserver(kDeviceNotificationAppAudio));
     const std::string bundleId = observer ? observer->GetLastChangedBundleId() : std::string();
     if (!observer || bundleId.empty())
     {
@@ -811,7 +829,8 @@ bool DRMXManager::ChangedAppAudioEndpointIsInUse() const
 
 // Observers, monitoring and levels.
 
-std::shared_ptr<DRMXDeviceObserverBase> DRMXManager::FindDeviceObserver(DRMXDeviceNotification notification) const
+std::shared_ptr<DRMXDeviceObserverBase> DRMXManager::FindDeviceObserver(
+    DRMXDeviceNotification notification) const
 {
     CDplScopedLock lock(microphoneLock_);
     for (const auto& observer : deviceObservers_)
@@ -834,9 +853,8 @@ DRAVResult DRMXManager::AttachDeviceChangeObserver(KVObserver* observer, DRMXDev
     DRAVResult result(kDRAVResultOk);
     for (const auto& deviceObserver : observers)
     {
-        if (deviceObserver &&
-            (deviceObserver->GetNotification() == kDeviceNotificationAny ||
-             deviceObserver->GetNotification() == notification))
+        if (deviceObserver && (deviceObserver->GetNotification() == kDeviceNotificationAny ||
+                               deviceObserver->GetNotification() == notification))
         {
             result = deviceObserver->AttachObserver(observer);
         }
@@ -934,27 +952,30 @@ void DRMXManager::ScheduleLevelMeteringLoop()
     {
         return;  // a loop is queued or running and will see the flag
     }
-    impl_->levelQueue.dispatch([this] {
-        for (;;)
+    impl_->levelQueue.dispatch(
+        [this]
         {
-            while (impl_->levelMeteringEnabled.load())
+            for (;;)
             {
-                RunLevelMeteringPass();
-                std::unique_lock wait(impl_->levelWakeMutex);
-                impl_->levelWake.wait_for(wait, std::chrono::microseconds(kLevelMeteringIntervalMicroseconds),
-                                          [this] { return !impl_->levelMeteringEnabled.load(); });
+                while (impl_->levelMeteringEnabled.load())
+                {
+                    RunLevelMeteringPass();
+                    std::unique_lock wait(impl_->levelWakeMutex);
+                    impl_->levelWake.wait_for(wait,
+                                              std::chrono::microseconds(kLevelMeteringIntervalMicroseconds),
+                                              [this] { return !impl_->levelMeteringEnabled.load(); });
+                }
+                impl_->levelLoopScheduled.store(false);
+                // Enabled again between the last test and the store: keep the loop,
+                // unless another dispatch has taken it over.
+                bool expected = false;
+                if (!impl_->levelMeteringEnabled.load() ||
+                    !impl_->levelLoopScheduled.compare_exchange_strong(expected, true))
+                {
+                    return;
+                }
             }
-            impl_->levelLoopScheduled.store(false);
-            // Enabled again between the last test and the store: keep the loop,
-            // unless another dispatch has taken it over.
-            bool expected = false;
-            if (!impl_->levelMeteringEnabled.load() ||
-                !impl_->levelLoopScheduled.compare_exchange_strong(expected, true))
-            {
-                return;
-            }
-        }
-    });
+        });
 }
 
 void DRMXManager::RunLevelMeteringPass()
@@ -968,16 +989,18 @@ void DRMXManager::RunLevelMeteringPass()
             continue;
         }
         const std::shared_ptr<DRMXMixerBase>& mixer = found->second;
-        mixer->EnumerateMixerNodes([&mixer](const std::shared_ptr<DRMXMixerNodeBase>& node, bool*) {
-            if (!node)
+        mixer->EnumerateMixerNodes(
+            [&mixer](const std::shared_ptr<DRMXMixerNodeBase>& node, bool*)
             {
-                return;
-            }
-            for (int channel = 0; channel < 2; ++channel)
-            {
-                node->SetVULevel(mixer->GetMixerNodeVULevel(node, channel), channel);
-            }
-        });
+                if (!node)
+                {
+                    return;
+                }
+                for (int channel = 0; channel < 2; ++channel)
+                {
+                    node->SetVULevel(mixer->GetMixerNodeVULevel(node, channel), channel);
+                }
+            });
         if (auto output = std::dynamic_pointer_cast<DRMXOutputBase>(mixer->GetOutput()))
         {
             for (int channel = 0; channel < 2; ++channel)

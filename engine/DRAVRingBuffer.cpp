@@ -279,6 +279,7 @@ DRAVResult DRAVRingBuffer::PullAudioBuffer(const DRAVTimestamp&, std::shared_ptr
     const int64_t held = HeldLocked();
     if (held <= 0)
     {
+        shortPulls_.fetch_add(1, std::memory_order_relaxed);
         return DRAVResult(kDRAVResultErrNoData);
     }
     if (out == nullptr)

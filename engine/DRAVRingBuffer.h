@@ -74,7 +74,8 @@ public:
     DRAVDuration GetBufferDuration();
 
     int64_t GetBytesInBuffer() const { return bytesInBuffer_.load(std::memory_order_acquire); }
-    // Writes that overwrote unread bytes, and pulls that found too little:
+    // Writes that overwrote unread bytes, and pulls that found too little or
+    // nothing:
     // what the ring absorbed of the two clocks' drift.
     int64_t GetOverrunCount() const { return overruns_.load(std::memory_order_relaxed); }
     int64_t GetShortPullCount() const { return shortPulls_.load(std::memory_order_relaxed); }

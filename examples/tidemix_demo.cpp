@@ -1,6 +1,7 @@
 // The demo host: a small program that drives libTidemixApi as an application
 // would. It runs on the simulated platform unless told otherwise.
 
+#include <unistd.h>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -8,8 +9,8 @@
 #include <filesystem>
 #include <string>
 #include <thread>
-#include <unistd.h>
 
+#include "MixToWavDemo.h"
 #include "control/DRMXManager.h"
 #include "platform/Platform.h"
 #include "portable-core/DRAVLog.h"
@@ -21,6 +22,7 @@ struct Options
     double durationSeconds = 2.0;
     std::string platform = "sim";
     std::string configDir;
+    std::string mixToWav;
 };
 
 void PrintHelp(const char* program)
@@ -36,6 +38,9 @@ void PrintHelp(const char* program)
         "  --platform NAME      sim (the simulated world, default) or linux (PipeWire, USB, logind)\n"
         "  --config-dir DIR     where the settings file lives (default: a fresh folder under /tmp,\n"
         "                       so the demo never touches your own settings)\n"
+        "  --mix-to-wav FILE    instead: play a simulated microphone and a simulated music channel\n"
+        "                       through one mixer unit to a simulated output for --duration seconds,\n"
+        "                       print the bus and output levels, and write the output to FILE (WAV)\n"
         "  --help               this text\n",
         program);
 }
@@ -70,6 +75,10 @@ bool ParseOptions(int argc, char** argv, Options& options)
                 fprintf(stderr, "--platform is sim or linux\n");
                 return false;
             }
+        }
+        else if (arg == "--mix-to-wav" && hasValue)
+        {
+            options.mixToWav = argv[++i];
         }
         else if (arg == "--config-dir" && hasValue)
         {
@@ -108,10 +117,26 @@ int main(int argc, char** argv)
     setenv("XDG_CONFIG_HOME", options.configDir.c_str(), 1);
 
     // Every diagnostic line of the library appears in the demo's output.
-    DRAVSetLogHandler([](eDbgPrintLevel level, const std::string& line) {
-        const char* tag = level == kDbgPrintLevelError ? "error" : level == kDbgPrintLevelWarning ? "warning" : "info";
-        printf("    [library %s] %s\n", tag, line.c_str());
-    });
+    DRAVSetLogHandler(
+        [](eDbgPrintLevel level, const std::string& line)
+        {
+            const char* tag = level == kDbgPrintLevelError     ? "error"
+                              : level == kDbgPrintLevelWarning ? "warning"
+                                                               : "info";
+            printf("    [library %s] %s\n", tag, line.c_str());
+        });
+
+    if (!options.mixToWav.empty())
+    {
+        const int code = RunMixToWav(options.mixToWav, options.durationSeconds);
+        DRAVSetLogHandler(nullptr);
+        std::error_code error;
+        if (scratchFolder)
+        {
+            std::filesystem::remove_all(options.configDir, error);
+        }
+        return code;
+    }
 
     auto platform = tidemix::platform::Platform::Create(options.platform);
     tidemix::platform::Platform::Use(platform);

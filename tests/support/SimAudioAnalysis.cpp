@@ -59,6 +59,27 @@ double Peak(const std::vector<float>& samples)
     return peak;
 }
 
+double ToneAmplitude(const std::vector<float>& samples, double sampleRate, double frequency)
+{
+    if (samples.empty() || sampleRate <= 0.0)
+    {
+        return 0.0;
+    }
+    const double omega = 2.0 * M_PI * frequency / sampleRate;
+    const double coefficient = 2.0 * std::cos(omega);
+    double previous = 0.0;
+    double beforePrevious = 0.0;
+    for (float s : samples)
+    {
+        const double current = s + coefficient * previous - beforePrevious;
+        beforePrevious = previous;
+        previous = current;
+    }
+    const double power =
+        previous * previous + beforePrevious * beforePrevious - coefficient * previous * beforePrevious;
+    return 2.0 * std::sqrt(std::max(power, 0.0)) / static_cast<double>(samples.size());
+}
+
 std::vector<float> Deinterleave(const std::vector<float>& interleaved, uint32_t channels, uint32_t channel)
 {
     std::vector<float> result;

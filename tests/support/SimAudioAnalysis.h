@@ -12,6 +12,10 @@ namespace tidemix::test
 double ZeroCrossingFrequency(const std::vector<float>& samples, double sampleRate);
 double Rms(const std::vector<float>& samples);
 double Peak(const std::vector<float>& samples);
+// Amplitude of the sine at `frequency` in the samples (one bin of a discrete
+// Fourier transform, Goertzel's way). Exact for a window of whole periods;
+// tells two tones of a mix apart where a zero-crossing count cannot.
+double ToneAmplitude(const std::vector<float>& samples, double sampleRate, double frequency);
 // Channel `channel` of interleaved samples.
 std::vector<float> Deinterleave(const std::vector<float>& interleaved, uint32_t channels, uint32_t channel);
 

@@ -173,7 +173,10 @@ TEST_F(RendererSinkThreads, DeviceThatDisappearsFillsUpAndDropsBlocks)
         EXPECT_EQ(sink->SendFrame(MakePlanarBlock(960, 1000.0, start)), kDRAVResultOk);
         start += 960;
     }
-    EXPECT_EQ(sink->GetQueuedFrameCount(), 4 * 960);
+    // A block is taken while fewer than four whole blocks wait: what the
+    // device left of a block it had begun stays on top of the four.
+    EXPECT_GE(sink->GetQueuedFrameCount(), 4 * 960);
+    EXPECT_LT(sink->GetQueuedFrameCount(), 5 * 960);
     EXPECT_GE(sink->GetDroppedBlockCount(), 6);
     EXPECT_EQ(sink->GetFramesPlayed(), played);
     EXPECT_EQ(sink->SetUnitState(kDRAVUnitStatePaused), kDRAVResultOk);
