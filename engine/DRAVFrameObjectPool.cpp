@@ -54,9 +54,19 @@ size_t ClassBytes(size_t index)
 }
 }  // namespace
 
+// ThreadSanitizer knows a mutex by its address and forgets it only when the
+// memory is freed; a recycled block would carry an old frame's lock history
+// into a new frame and show lock orders that never were. Under it, every
+// block comes from the heap and goes back there.
+#if defined(__SANITIZE_THREAD__)
+constexpr bool kRecycle = false;
+#else
+constexpr bool kRecycle = true;
+#endif
+
 void* DRAVFrameObjectPool::Allocate(size_t bytes)
 {
-    if (bytes > kLargestBlock)
+    if (!kRecycle || bytes > kLargestBlock)
     {
         return ::operator new(bytes, kBlockAlignment);
     }
@@ -83,7 +93,7 @@ void DRAVFrameObjectPool::Release(void* block, size_t bytes) noexcept
     {
         return;
     }
-    if (bytes > kLargestBlock)
+    if (!kRecycle || bytes > kLargestBlock)
     {
         ::operator delete(block, kBlockAlignment);
         return;

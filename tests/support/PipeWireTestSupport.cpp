@@ -46,7 +46,7 @@ ToneMeasurement MeasureTone(const float* samples, size_t count, uint32_t sampleR
     return result;
 }
 
-ToneMeasurement MeasureToneMedian(const float* samples, size_t count, uint32_t sampleRate, size_t chunkFrames)
+ToneMeasurement MeasureTonePieces(const float* samples, size_t count, uint32_t sampleRate, size_t chunkFrames)
 {
     std::vector<double> frequencies;
     std::vector<double> levels;
@@ -69,7 +69,11 @@ ToneMeasurement MeasureToneMedian(const float* samples, size_t count, uint32_t s
         return values[values.size() / 2];
     };
     result.frequency = median(frequencies);
-    result.rms = median(levels);
+    // A piece with a dropout reads low, never high: the level is that of the
+    // pieces that carry the tone whole.
+    const size_t upper = levels.size() * 9 / 10;
+    std::nth_element(levels.begin(), levels.begin() + static_cast<std::ptrdiff_t>(upper), levels.end());
+    result.rms = levels[upper];
     return result;
 }
 

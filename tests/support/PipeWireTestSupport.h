@@ -22,9 +22,10 @@ struct ToneMeasurement
     size_t frames = 0;
 };
 ToneMeasurement MeasureTone(const float* samples, size_t count, uint32_t sampleRate);
-// The median frequency and level over pieces of chunkFrames: a dropout on a
-// loaded machine spoils a piece, not the measurement.
-ToneMeasurement MeasureToneMedian(const float* samples, size_t count, uint32_t sampleRate,
+// Over pieces of chunkFrames: the median frequency, and the level of the
+// pieces that carry the tone whole (the 90th percentile). A dropout on a
+// loaded machine spoils pieces, not the measurement.
+ToneMeasurement MeasureTonePieces(const float* samples, size_t count, uint32_t sampleRate,
                                   size_t chunkFrames);
 
 // Samples collected on a real-time thread into memory reserved up front.

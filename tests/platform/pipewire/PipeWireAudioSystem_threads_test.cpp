@@ -113,7 +113,7 @@ ToneMeasurement MeasureSettled(const SampleCollector& collector, size_t frames)
     size_t start = collector.FirstAbove(0.01f) + kRate / 10;
     std::vector<float> samples = collector.Copy(start);
     samples.resize(std::min(samples.size(), frames));
-    return test::MeasureToneMedian(samples.data(), samples.size(), kRate, kRate / 10);
+    return test::MeasureTonePieces(samples.data(), samples.size(), kRate, kRate / 10);
 }
 
 bool HasSettledTone(const SampleCollector& collector, size_t frames)
