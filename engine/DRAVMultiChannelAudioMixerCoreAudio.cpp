@@ -535,11 +535,10 @@ DRAVResult DRAVMultiChannelAudioMixerCoreAudio::AddSink(std::shared_ptr<DRAVSink
 
 DRAVResult DRAVMultiChannelAudioMixerCoreAudio::SetProcessingBufferSizeFrameCount(int64_t frames)
 {
-    if (frames < 1 || frames > kMaxProcessingBufferFrameCount)
+    DRAVResult refused = DRAVCheckBlockFrameCount(frames);
+    if (!refused.Succeeded())
     {
-        return DRAVResult(kDRAVResultErrInvalidParameter, "%lld frames per block outside 1..%lld",
-                          static_cast<long long>(frames),
-                          static_cast<long long>(kMaxProcessingBufferFrameCount));
+        return refused;
     }
     std::unique_ptr<AudioBusMixer> formerUnit;
     BufferListPtr formerList;

@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "engine/DRAVBlockFrameCount.h"
 #include "engine/DRAVFilter.h"
 #include "engine/DRAVSink.h"
 #include "engine/DRAVSource.h"
@@ -33,7 +34,7 @@ public:
     // Buses are numbered 0 to kMaxBusCount - 1.
     static constexpr int kMaxBusCount = 255;
     // The largest block the unit renders: one second at the mix's rate.
-    static constexpr int64_t kMaxProcessingBufferFrameCount = 48000;
+    static constexpr int64_t kMaxProcessingBufferFrameCount = kMaxBlockFrameCount;
 
     // `startTime` is accepted for the callers' convenience and not used: the
     // render clock starts with the audio thread.

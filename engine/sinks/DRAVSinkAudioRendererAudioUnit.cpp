@@ -544,10 +544,9 @@ std::string DRAVSinkAudioRendererAudioUnit::GetDevicePath()
 
 DRAVResult DRAVSinkAudioRendererAudioUnit::SetBufferSizeFrameCount(int64_t frames)
 {
-    if (frames < 1 || frames > kMaxBufferSizeFrameCount)
+    DRAVResult refused = DRAVCheckBlockFrameCount(frames);
+    if (!refused.Succeeded())
     {
-        DRAVResult refused(kDRAVResultErrInvalidParameter, "a block of %lld frames",
-                           static_cast<long long>(frames));
         refused.LogError("<%s> SetBufferSizeFrameCount", GetFriendlyName().c_str());
         return refused;
     }

@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "engine/DRAVBlockFrameCount.h"
 #include "engine/DRAVSink.h"
 
 // Plays blocks on one output device. The mix's audio thread pushes blocks
@@ -24,7 +25,7 @@ public:
     static constexpr int64_t kMaxQueuedBlocks = 4;
     static constexpr uint32_t kDefaultBufferSizeFrameCount = 1000;
     // A block must fit the bip buffers many times over: one second at most.
-    static constexpr int64_t kMaxBufferSizeFrameCount = 48000;
+    static constexpr int64_t kMaxBufferSizeFrameCount = kMaxBlockFrameCount;
 
     explicit DRAVSinkAudioRendererAudioUnit(const DRAVSinkConfig& config = DRAVSinkConfig{
                                                 kTypeAudioRenderer});

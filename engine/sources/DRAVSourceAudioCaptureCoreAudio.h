@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "engine/DRAVBlockFrameCount.h"
 #include "engine/DRAVSource.h"
 
 // Takes audio from one capture device, in whatever format the device has,
@@ -25,7 +26,7 @@ public:
     static constexpr uint32_t kBipBufferSeconds = 5;
     static constexpr uint32_t kDefaultBufferSizeFrameCount = 1000;
     // A block must fit the bip buffers many times over: one second at most.
-    static constexpr int64_t kMaxBufferSizeFrameCount = 48000;
+    static constexpr int64_t kMaxBufferSizeFrameCount = kMaxBlockFrameCount;
 
     explicit DRAVSourceAudioCaptureCoreAudio(DRAVSourceConfig config = DRAVSourceConfig{kSourceType,
                                                                                         kUsageType},
