@@ -56,9 +56,7 @@ TEST(DRAVRingBufferThreads, CountingSignalArrivesIntactAndInOrder)
                     std::this_thread::sleep_for(100us);
                 }
                 if (!ring.AddBuffer(Counting(index, 960, index * 1000000 / 48000)).Succeeded())
-                {
                     failed.store(true);
-                }
             }
         });
 
