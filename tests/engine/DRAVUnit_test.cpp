@@ -461,10 +461,7 @@ TEST_F(UnitTest, ChildUnitsComeFromTheInstalledFactory)
             std::make_shared<PassFilter>("filter " + std::to_string(type), DRAVFilterConfig{type, false});
         filter->SetOwner(unitOwner);
         if (init)
-        {
-            filter->InitFilter(kDRAVPinTypePassthrough, kDRAVPinTypePassthrough);
-            filter->SetUnitInitialized(true);
-        }
+            filter->Init();
         made.push_back(filter);
         *out = filter;
         return DRAVResult();
