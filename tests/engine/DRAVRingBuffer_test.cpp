@@ -8,29 +8,16 @@
 #include <vector>
 
 #include "engine/DRAVBufferRAM.h"
+#include "support/UnitTestSupport.h"
+
+using unittest::MakeFrame;
 
 namespace
 {
 constexpr int64_t kBytesPerFrame = 8;  // stereo float
 
-// A stereo float frame whose samples count up from `firstIndex` (left) and
-// down (right), so that every byte tells where in the stream it belongs.
-std::shared_ptr<DRAVAudioBuffer> Counting(int64_t firstIndex, int64_t frames, int64_t timestamp,
-                                          const DRAVAudioFormat& format = kDefaultAudioFormatFloat)
-{
-    std::vector<float> samples(static_cast<size_t>(frames) * 2);
-    for (int64_t i = 0; i < frames; ++i)
-    {
-        samples[2 * i] = static_cast<float>(firstIndex + i);
-        samples[2 * i + 1] = -static_cast<float>(firstIndex + i);
-    }
-    auto frame = DRAVAudioBuffer::GetAudioBuffer("producer", frames * kBytesPerFrame, format, samples.data(),
-                                                 frames * kBytesPerFrame);
-    frame->SetTimestamp(DRAVTimestamp(timestamp));
-    frame->SetDuration(format.GetDurationFromFrames(frames));
-    return frame;
-}
-
+// Frames come from MakeFrame: left samples count up from `first`, right ones down, so
+// every byte tells where in the stream it belongs.
 std::vector<float> Samples(const std::shared_ptr<DRAVAudioBuffer>& frame)
 {
     std::vector<float> samples(static_cast<size_t>(frame->GetUsedBufferSize() / 4));
@@ -50,7 +37,7 @@ std::unique_ptr<DRAVRingBuffer> MakeRing(int capacityBytes)
 TEST(DRAVRingBuffer, PullsByDurationAndKeepsTheWholeRingWhenLarge)
 {
     auto ring = MakeRing(0x400000);
-    ASSERT_TRUE(ring->AddBuffer(Counting(0, 960, 0)).Succeeded());
+    ASSERT_TRUE(ring->AddBuffer(MakeFrame(0, 960, 0)).Succeeded());
     // Half a second or more: an overrun keeps the whole ring (smaller rings keep half, see the model).
     EXPECT_FALSE(ring->GetDropHalf());
     std::shared_ptr<DRAVAudioBuffer> out;
@@ -69,10 +56,10 @@ TEST(DRAVRingBuffer, RefusalsAndArguments)
     std::shared_ptr<DRAVAudioBuffer> out;
     EXPECT_EQ(ring->PullAudioBuffer(DRAVTimestamp(0), &out, DRAVDuration(10000)).GetCode(),
               kDRAVResultErrNoData);
-    EXPECT_EQ(ring->AddBuffer(Counting(0, 10, -1)).GetCode(), kDRAVResultErrInvalidParameter);
+    EXPECT_EQ(ring->AddBuffer(MakeFrame(-1, 10, 0)).GetCode(), kDRAVResultErrInvalidParameter);
     EXPECT_EQ(ring->GetBytesInBuffer(), 0);
     EXPECT_EQ(ring->AddBuffer(nullptr).GetCode(), kDRAVResultErrNullPointer);
-    ring->AddBuffer(Counting(0, 100, 0));
+    ring->AddBuffer(MakeFrame(0, 100, 0));
     EXPECT_EQ(ring->PullAudioBuffer(DRAVTimestamp(0), nullptr, int64_t{10}).GetCode(),
               kDRAVResultErrNullPointer);
     EXPECT_EQ(ring->PullAudioBuffer(DRAVTimestamp(0), &out, DRAVDuration(10)).GetCode(),
@@ -97,7 +84,7 @@ TEST(DRAVRingBuffer, PreserveKeepsASmallReserve)
 {
     auto ring = MakeRing(0x400000);
     ring->SetPreserveBuffer(true);
-    ring->AddBuffer(Counting(0, 2400, 0));  // 50 ms
+    ring->AddBuffer(MakeFrame(0, 2400, 0));  // 50 ms
     EXPECT_EQ(ring->DropBuffersBefore(DRAVTimestamp(40000)).GetCode(), kDRAVResultOk);
     EXPECT_EQ(ring->GetReadTimestamp().Get(), 0);
     EXPECT_EQ(ring->GetBytesInBuffer(), 2400 * kBytesPerFrame);
@@ -108,7 +95,7 @@ TEST(DRAVRingBuffer, MoveReadPointerRules)
     auto ring = MakeRing(38400);
     EXPECT_EQ(ring->MoveReadPointer(DRAVDuration(10000)).GetCode(), kDRAVResultErrNullPointer);
     EXPECT_EQ(ring->GetBufferDuration().Get(), -2);
-    ring->AddBuffer(Counting(0, 480, 1000000));
+    ring->AddBuffer(MakeFrame(1000000, 480, 0));
     EXPECT_EQ(ring->GetBufferDuration().Get(), 100000);
     EXPECT_EQ(ring->MoveReadPointer(DRAVDuration(100000)).GetCode(), kDRAVResultErrInvalidParameter);
     ASSERT_TRUE(ring->MoveReadPointer(DRAVDuration(40000)).Succeeded());
@@ -116,27 +103,27 @@ TEST(DRAVRingBuffer, MoveReadPointerRules)
     EXPECT_EQ(ring->GetBytesInBuffer(), 1920 * kBytesPerFrame);
 
     auto early = MakeRing(38400);
-    early->AddBuffer(Counting(0, 480, 0));
+    early->AddBuffer(MakeFrame(0, 480, 0));
     EXPECT_EQ(early->MoveReadPointer(DRAVDuration(20000)).GetCode(), kDRAVResultErrInvalidState);
 }
 
 TEST(DRAVRingBuffer, CapacityChangesOnlyWhileLessIsHeld)
 {
     auto ring = MakeRing(0x400000);
-    ring->AddBuffer(Counting(0, 960, 0));
+    ring->AddBuffer(MakeFrame(0, 960, 0));
     EXPECT_EQ(ring->SetMaxTotalSizeMB(4000).GetCode(), kDRAVResultOkNoDataChanged) << "7680 bytes held";
     EXPECT_EQ(ring->GetCapacity(), 0x400000);
     ASSERT_TRUE(ring->SetMaxTotalSizeMB(15360).Succeeded());
     EXPECT_EQ(ring->GetCapacity(), 15360);
     EXPECT_EQ(ring->GetBytesInBuffer(), 0) << "the content is lost";
     EXPECT_EQ(ring->GetReadTimestamp().Get(), -1);
-    ring->AddBuffer(Counting(0, 960, 0));
+    ring->AddBuffer(MakeFrame(0, 960, 0));
     ring->Flush();
     EXPECT_EQ(ring->GetBytesInBuffer(), 0);
     EXPECT_NE(ring->GetMediaFormat(), nullptr) << "a flush keeps the format";
     ring->Deinit();
     EXPECT_EQ(ring->GetMediaFormat(), nullptr);
-    EXPECT_EQ(ring->AddBuffer(Counting(0, 960, 0)).GetCode(), kDRAVResultOk);
+    EXPECT_EQ(ring->AddBuffer(MakeFrame(0, 960, 0)).GetCode(), kDRAVResultOk);
     EXPECT_EQ(ring->GetBytesInBuffer(), 0) << "no storage after Deinit";
 }
 
@@ -157,11 +144,13 @@ TEST(DRAVRingBuffer, FormatChangesAreTold)
     auto ring = MakeRing(0x400000);
     auto watcher = std::make_shared<FormatWatcher>();
     ring->SetFormatChangeDelegate(watcher);
-    ring->AddBuffer(Counting(0, 96, 0));
-    ring->AddBuffer(Counting(96, 96, 2000));
+    ring->AddBuffer(MakeFrame(0, 96, 0));
+    ring->AddBuffer(MakeFrame(2000, 96, 96));
     EXPECT_EQ(watcher->changes, 1);
     const DRAVAudioFormat other(44100, 2, kDRAVAudioSampleTypeFloat, 0);
-    ring->AddBuffer(Counting(192, 96, 4000, other));
+    auto changed = MakeFrame(4000, 96, 192);
+    changed->SetMediaFormat(std::make_shared<DRAVAudioFormat>(other));
+    ring->AddBuffer(changed);
     EXPECT_EQ(watcher->changes, 2);
     EXPECT_TRUE(ring->GetMediaFormat()->IsMediaFormat(std::make_shared<DRAVAudioFormat>(other)));
     EXPECT_EQ(ring->GetTotalBytesWritten(), 3 * 96 * kBytesPerFrame);
@@ -262,7 +251,7 @@ TEST(DRAVRingBufferProperty, RandomPushesPullsAndDropsMatchTheModel)
                 nextTimestamp += 125 * static_cast<int64_t>(random() % 200);  // a gap in the stream
             }
             const int64_t heldBefore = model.HeldFrames();
-            ASSERT_TRUE(ring->AddBuffer(Counting(nextIndex, frames, nextTimestamp)).Succeeded());
+            ASSERT_TRUE(ring->AddBuffer(MakeFrame(nextTimestamp, frames, nextIndex)).Succeeded());
             model.Push(nextIndex, frames, nextTimestamp, step > 0);
             overruns += heldBefore > 0 && heldBefore + frames > kCapacityFrames;
             nextIndex += frames;
