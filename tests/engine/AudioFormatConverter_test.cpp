@@ -3,10 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <numbers>
 #include <random>
 #include <vector>
+
+#include "support/SimAudioAnalysis.h"
 
 namespace tidemix::engine
 {
@@ -15,6 +18,8 @@ namespace
 
 using platform::DeviceStreamFormat;
 using platform::SampleEncoding;
+using test::Rms;
+using test::ZeroCrossingFrequency;
 
 DeviceStreamFormat Format(uint32_t rate, uint32_t channels, SampleEncoding encoding, bool interleaved)
 {
@@ -26,6 +31,41 @@ DeviceStreamFormat Format(uint32_t rate, uint32_t channels, SampleEncoding encod
     return format;
 }
 
+// Sample (channel c, frame f) of a device layout. Int16 is written at the converter's input
+// scale (32768) and read back at its output scale (32767).
+void Put(const DeviceStreamFormat& format, void* const* buffers, uint32_t c, uint32_t f, float value)
+{
+    const size_t index = format.interleaved ? f * format.channels + c : f;
+    void* base = buffers[format.interleaved ? 0 : c];
+    if (format.encoding == SampleEncoding::Float32)
+        static_cast<float*>(base)[index] = value;
+    else
+        static_cast<int16_t*>(base)[index] = static_cast<int16_t>(std::lround(value * 32768.0));
+}
+
+float Get(const DeviceStreamFormat& format, void* const* buffers, uint32_t c, uint32_t f)
+{
+    const size_t index = format.interleaved ? f * format.channels + c : f;
+    const void* base = buffers[format.interleaved ? 0 : c];
+    if (format.encoding == SampleEncoding::Float32)
+        return static_cast<const float*>(base)[index];
+    return static_cast<const int16_t*>(base)[index] / 32767.0f;
+}
+
+// Feeds two planar float channels from arrays; with `read`, it walks through them.
+AudioFormatConverter::InputCallback FromArrays(const float* left, const float* right, size_t* read = nullptr)
+{
+    return [=](void* const* buffers, uint32_t frames)
+    {
+        const size_t at = read != nullptr ? *read : 0;
+        std::copy_n(left + at, frames, static_cast<float*>(buffers[0]));
+        std::copy_n(right + at, frames, static_cast<float*>(buffers[1]));
+        if (read != nullptr)
+            *read += frames;
+        return frames;
+    };
+}
+
 // A sine source that writes any device layout and keeps its phase across calls.
 class SineSource
 {
@@ -34,27 +74,19 @@ public:
         : format_(format), frequency_(frequency), amplitude_(amplitude)
     {
     }
-
     uint32_t Fill(void* const* buffers, uint32_t frames)
     {
         for (uint32_t f = 0; f < frames; ++f)
         {
             const double t = static_cast<double>(position_++) / format_.sampleRate;
-            const double value = amplitude_ * std::sin(2.0 * std::numbers::pi * frequency_ * t);
+            const auto value =
+                static_cast<float>(amplitude_ * std::sin(2.0 * std::numbers::pi * frequency_ * t));
             for (uint32_t c = 0; c < format_.channels; ++c)
-            {
-                const size_t index = format_.interleaved ? f * format_.channels + c : f;
-                void* base = buffers[format_.interleaved ? 0 : c];
-                if (format_.encoding == SampleEncoding::Float32)
-                    static_cast<float*>(base)[index] = static_cast<float>(value);
-                else
-                    static_cast<int16_t*>(base)[index] = static_cast<int16_t>(std::lround(value * 32767.0));
-            }
+                Put(format_, buffers, c, f, value);
         }
         requests_.push_back(frames);
         return frames;
     }
-
     const std::vector<uint32_t>& Requests() const { return requests_; }
     uint64_t Position() const { return position_; }
 
@@ -66,38 +98,10 @@ private:
     std::vector<uint32_t> requests_;
 };
 
-// Frequency from the first and last rising zero crossings, interpolated.
-double FrequencyByZeroCrossings(const std::vector<float>& x, double rate)
+// Level of a 0.5 peak sine relative to its expected RMS, in dB.
+double LevelErrorDecibels(const std::vector<float>& x)
 {
-    double first = -1.0, last = -1.0;
-    int crossings = 0;
-    for (size_t i = 1; i < x.size(); ++i)
-    {
-        if (x[i - 1] < 0.0f && x[i] >= 0.0f)
-        {
-            const double at = (i - 1) + x[i - 1] / (x[i - 1] - x[i]);
-            if (first < 0.0)
-                first = at;
-            last = at;
-            ++crossings;
-        }
-    }
-    if (crossings < 2)
-        return 0.0;
-    return (crossings - 1) * rate / (last - first);
-}
-
-double Rms(const std::vector<float>& x)
-{
-    double sum = 0.0;
-    for (float v : x)
-        sum += static_cast<double>(v) * v;
-    return std::sqrt(sum / x.size());
-}
-
-double Decibels(double ratio)
-{
-    return 20.0 * std::log10(ratio);
+    return 20.0 * std::log10(Rms(x) / (0.5 / std::sqrt(2.0)));
 }
 
 TEST(AudioFormatConverter, MonoInt16At44100BecomesStereoFloatAt48000)
@@ -113,8 +117,7 @@ TEST(AudioFormatConverter, MonoInt16At44100BecomesStereoFloatAt48000)
     EXPECT_TRUE(converter->Resamples());
     EXPECT_EQ(converter->InputFramesForOutput(960), 882u);
 
-    std::vector<float> left, right;
-    std::vector<float> blockLeft(960), blockRight(960);
+    std::vector<float> left, right, blockLeft(960), blockRight(960);
     for (int block = 0; block < 60; ++block)
     {
         void* buffers[2] = {blockLeft.data(), blockRight.data()};
@@ -126,156 +129,13 @@ TEST(AudioFormatConverter, MonoInt16At44100BecomesStereoFloatAt48000)
         }
     }
     // One block of 960 always costs exactly 882 device frames at this ratio.
-    ASSERT_EQ(source.Requests().size(), 60u);
-    for (uint32_t request : source.Requests())
-        ASSERT_EQ(request, 882u);
+    ASSERT_EQ(source.Requests(), std::vector<uint32_t>(60, 882u));
     EXPECT_EQ(converter->InputFramesPulled(), 60u * 882u);
     EXPECT_EQ(converter->OutputFramesRendered(), 60u * 960u);
     EXPECT_EQ(converter->ShortFrames(), 0u);
-
-    EXPECT_NEAR(FrequencyByZeroCrossings(left, 48000.0), 1000.0, 0.5);
-    EXPECT_NEAR(Decibels(Rms(left) / (0.5 / std::sqrt(2.0))), 0.0, 0.1);
+    EXPECT_NEAR(ZeroCrossingFrequency(left, 48000.0), 1000.0, 0.5);
+    EXPECT_NEAR(LevelErrorDecibels(left), 0.0, 0.1);
     EXPECT_EQ(left, right);  // the mono channel feeds both
-}
-
-TEST(AudioFormatConverter, FloatPlanarStereoAt48000PassesBitForBit)
-{
-    const DeviceStreamFormat mix = AudioFormatConverter::MixFormat();
-    std::mt19937 random(7);
-    std::uniform_real_distribution<float> sample(-1.5f, 1.5f);
-    std::vector<float> sourceLeft(5000), sourceRight(5000);
-    for (size_t i = 0; i < sourceLeft.size(); ++i)
-    {
-        sourceLeft[i] = sample(random);
-        sourceRight[i] = sample(random);
-    }
-    sourceLeft[3] = std::numeric_limits<float>::denorm_min();
-    size_t read = 0;
-    auto converter = AudioFormatConverter::Create(
-        mix, mix, 960,
-        [&](void* const* buffers, uint32_t frames)
-        {
-            std::copy_n(sourceLeft.begin() + read, frames, static_cast<float*>(buffers[0]));
-            std::copy_n(sourceRight.begin() + read, frames, static_cast<float*>(buffers[1]));
-            read += frames;
-            return frames;
-        });
-    ASSERT_NE(converter, nullptr);
-    EXPECT_FALSE(converter->Resamples());
-
-    std::vector<float> left(5000), right(5000);
-    size_t written = 0;
-    for (uint32_t request : {1u, 960u, 961u, 2000u, 1078u})  // odd sizes and several slices
-    {
-        void* buffers[2] = {left.data() + written, right.data() + written};
-        converter->Render(buffers, request);
-        written += request;
-    }
-    ASSERT_EQ(written, 5000u);
-    EXPECT_EQ(read, 5000u);
-    EXPECT_EQ(0, std::memcmp(left.data(), sourceLeft.data(), 5000 * sizeof(float)));
-    EXPECT_EQ(0, std::memcmp(right.data(), sourceRight.data(), 5000 * sizeof(float)));
-}
-
-TEST(AudioFormatConverter, ReadsEveryDeviceLayoutIntoStereo)
-{
-    const DeviceStreamFormat mix = AudioFormatConverter::MixFormat();
-    constexpr uint32_t kFrames = 4;
-    // Channel c of frame f carries (c + 1) * 0.125 + f / 64.
-    auto value = [](uint32_t channel, uint32_t frame) { return (channel + 1) * 0.125f + frame / 64.0f; };
-
-    for (const bool interleaved : {true, false})
-        for (const SampleEncoding encoding : {SampleEncoding::Float32, SampleEncoding::Int16})
-            for (const uint32_t channels : {1u, 2u, 4u})
-            {
-                SCOPED_TRACE(testing::Message()
-                             << "interleaved " << interleaved << " int16 "
-                             << (encoding == SampleEncoding::Int16) << " channels " << channels);
-                const DeviceStreamFormat device = Format(48000, channels, encoding, interleaved);
-                auto converter = AudioFormatConverter::Create(
-                    device, mix, 64,
-                    [&](void* const* buffers, uint32_t frames)
-                    {
-                        for (uint32_t f = 0; f < frames; ++f)
-                            for (uint32_t c = 0; c < channels; ++c)
-                            {
-                                const size_t index = interleaved ? f * channels + c : f;
-                                void* base = buffers[interleaved ? 0 : c];
-                                if (encoding == SampleEncoding::Float32)
-                                    static_cast<float*>(base)[index] = value(c, f);
-                                else
-                                    static_cast<int16_t*>(base)[index] =
-                                        static_cast<int16_t>(value(c, f) * 32768.0f);
-                            }
-                        return frames;
-                    });
-                ASSERT_NE(converter, nullptr);
-                float left[kFrames], right[kFrames];
-                void* buffers[2] = {left, right};
-                converter->Render(buffers, kFrames);
-                for (uint32_t f = 0; f < kFrames; ++f)
-                {
-                    // The values are exact in 16 bits, so both encodings match exactly.
-                    EXPECT_EQ(left[f], value(0, f));
-                    EXPECT_EQ(right[f], value(channels > 1 ? 1 : 0, f));
-                }
-            }
-}
-
-TEST(AudioFormatConverter, WritesEveryDeviceLayoutFromStereo)
-{
-    const DeviceStreamFormat mix = AudioFormatConverter::MixFormat();
-    constexpr uint32_t kFrames = 4;
-    const float left[kFrames] = {0.5f, -0.25f, 0.0f, 1.0f};
-    const float right[kFrames] = {0.25f, 0.25f, -1.0f, 1.0f};
-
-    for (const bool interleaved : {true, false})
-        for (const SampleEncoding encoding : {SampleEncoding::Float32, SampleEncoding::Int16})
-            for (const uint32_t channels : {1u, 2u, 3u})
-            {
-                SCOPED_TRACE(testing::Message()
-                             << "interleaved " << interleaved << " int16 "
-                             << (encoding == SampleEncoding::Int16) << " channels " << channels);
-                const DeviceStreamFormat device = Format(48000, channels, encoding, interleaved);
-                auto converter = AudioFormatConverter::Create(
-                    mix, device, 64,
-                    [&](void* const* buffers, uint32_t frames)
-                    {
-                        std::copy_n(left, frames, static_cast<float*>(buffers[0]));
-                        std::copy_n(right, frames, static_cast<float*>(buffers[1]));
-                        return frames;
-                    });
-                ASSERT_NE(converter, nullptr);
-                // Pre-filled with garbage so untouched samples show.
-                std::vector<std::vector<uint8_t>> storage(device.BufferCount(),
-                                                          std::vector<uint8_t>(kFrames * channels * 4, 0xAB));
-                std::vector<void*> buffers;
-                for (auto& s : storage)
-                    buffers.push_back(s.data());
-                converter->Render(buffers.data(), kFrames);
-
-                auto read = [&](uint32_t c, uint32_t f) -> float
-                {
-                    const size_t index = interleaved ? f * channels + c : f;
-                    const void* base = storage[interleaved ? 0 : c].data();
-                    if (encoding == SampleEncoding::Float32)
-                        return static_cast<const float*>(base)[index];
-                    return static_cast<const int16_t*>(base)[index] / 32767.0f;
-                };
-                const float tolerance = encoding == SampleEncoding::Int16 ? 1.0f / 32767.0f : 0.0f;
-                for (uint32_t f = 0; f < kFrames; ++f)
-                {
-                    if (channels == 1)
-                    {
-                        EXPECT_NEAR(read(0, f), 0.5f * (left[f] + right[f]), tolerance);
-                        continue;
-                    }
-                    EXPECT_NEAR(read(0, f), left[f], tolerance);
-                    EXPECT_NEAR(read(1, f), right[f], tolerance);
-                    for (uint32_t c = 2; c < channels; ++c)
-                        EXPECT_EQ(read(c, f), 0.0f);
-                }
-            }
 }
 
 TEST(AudioFormatConverter, StereoAt48000BecomesInt16InterleavedAt44100)
@@ -296,9 +156,7 @@ TEST(AudioFormatConverter, StereoAt48000BecomesInt16InterleavedAt44100)
     {
         void* buffers[1] = {packet.data()};
         converter->Render(buffers, 512);
-        if (i < 10)
-            continue;
-        for (uint32_t f = 0; f < 512; ++f)
+        for (uint32_t f = 0; i >= 10 && f < 512; ++f)
         {
             left.push_back(packet[f * 2] / 32767.0f);
             right.push_back(packet[f * 2 + 1] / 32767.0f);
@@ -306,37 +164,126 @@ TEST(AudioFormatConverter, StereoAt48000BecomesInt16InterleavedAt44100)
     }
     EXPECT_EQ(converter->ShortFrames(), 0u);
     // The mix frames pulled follow the ratio exactly.
-    const uint64_t expected = (uint64_t{kPackets} * 512 * 48000 + 44099) / 44100;
-    EXPECT_EQ(source.Position(), expected);
+    EXPECT_EQ(source.Position(), (uint64_t{kPackets} * 512 * 48000 + 44099) / 44100);
+    for (const auto* channel : {&left, &right})
+    {
+        EXPECT_NEAR(ZeroCrossingFrequency(*channel, 44100.0), 1000.0, 0.5);
+        EXPECT_NEAR(LevelErrorDecibels(*channel), 0.0, 0.1);
+    }
+}
 
-    EXPECT_NEAR(FrequencyByZeroCrossings(left, 44100.0), 1000.0, 0.5);
-    EXPECT_NEAR(FrequencyByZeroCrossings(right, 44100.0), 1000.0, 0.5);
-    EXPECT_NEAR(Decibels(Rms(left) / (0.5 / std::sqrt(2.0))), 0.0, 0.1);
-    EXPECT_NEAR(Decibels(Rms(right) / (0.5 / std::sqrt(2.0))), 0.0, 0.1);
+TEST(AudioFormatConverter, FloatPlanarStereoAt48000PassesBitForBit)
+{
+    const DeviceStreamFormat mix = AudioFormatConverter::MixFormat();
+    std::mt19937 random(7);
+    std::uniform_real_distribution<float> sample(-1.5f, 1.5f);
+    std::vector<float> sourceLeft(5000), sourceRight(5000);
+    for (size_t i = 0; i < sourceLeft.size(); ++i)
+    {
+        sourceLeft[i] = sample(random);
+        sourceRight[i] = sample(random);
+    }
+    sourceLeft[3] = std::numeric_limits<float>::denorm_min();
+    size_t read = 0;
+    auto converter =
+        AudioFormatConverter::Create(mix, mix, 960, FromArrays(sourceLeft.data(), sourceRight.data(), &read));
+    ASSERT_NE(converter, nullptr);
+    EXPECT_FALSE(converter->Resamples());
+
+    std::vector<float> left(5000), right(5000);
+    size_t written = 0;
+    for (uint32_t request : {1u, 960u, 961u, 2000u, 1078u})  // odd sizes and several slices
+    {
+        void* buffers[2] = {left.data() + written, right.data() + written};
+        converter->Render(buffers, request);
+        written += request;
+    }
+    EXPECT_EQ(read, 5000u);
+    EXPECT_EQ(0, std::memcmp(left.data(), sourceLeft.data(), 5000 * sizeof(float)));
+    EXPECT_EQ(0, std::memcmp(right.data(), sourceRight.data(), 5000 * sizeof(float)));
+}
+
+// Every device layout both ways: reading takes the first two channels (mono feeds both),
+// writing fills the first two, zeroes the rest and averages into mono.
+TEST(AudioFormatConverter, ReadsAndWritesEveryDeviceLayout)
+{
+    const DeviceStreamFormat mix = AudioFormatConverter::MixFormat();
+    constexpr uint32_t kFrames = 4;
+    // Exact in 16 bits, so both encodings compare exactly on reading.
+    auto value = [](uint32_t c, uint32_t f) { return (c + 1) * 0.125f + f / 64.0f; };
+    const float kLeft[kFrames] = {0.5f, -0.25f, 0.0f, 1.0f};
+    const float kRight[kFrames] = {0.25f, 0.25f, -1.0f, 1.0f};
+    for (const bool interleaved : {true, false})
+        for (const SampleEncoding encoding : {SampleEncoding::Float32, SampleEncoding::Int16})
+            for (const uint32_t channels : {1u, 2u, 3u, 4u})
+            {
+                SCOPED_TRACE(testing::Message()
+                             << "interleaved " << interleaved << " int16 "
+                             << (encoding == SampleEncoding::Int16) << " channels " << channels);
+                const DeviceStreamFormat device = Format(48000, channels, encoding, interleaved);
+                auto reader =
+                    AudioFormatConverter::Create(device, mix, 64,
+                                                 [&](void* const* buffers, uint32_t frames)
+                                                 {
+                                                     for (uint32_t f = 0; f < frames; ++f)
+                                                         for (uint32_t c = 0; c < channels; ++c)
+                                                             Put(device, buffers, c, f, value(c, f));
+                                                     return frames;
+                                                 });
+                ASSERT_NE(reader, nullptr);
+                float left[kFrames], right[kFrames];
+                void* mixBuffers[2] = {left, right};
+                reader->Render(mixBuffers, kFrames);
+                for (uint32_t f = 0; f < kFrames; ++f)
+                {
+                    EXPECT_EQ(left[f], value(0, f));
+                    EXPECT_EQ(right[f], value(channels > 1 ? 1 : 0, f));
+                }
+
+                auto writer = AudioFormatConverter::Create(mix, device, 64, FromArrays(kLeft, kRight));
+                ASSERT_NE(writer, nullptr);
+                // Pre-filled with garbage so untouched samples show.
+                std::vector<std::vector<uint8_t>> storage(device.BufferCount(),
+                                                          std::vector<uint8_t>(kFrames * channels * 4, 0xAB));
+                std::vector<void*> buffers;
+                for (auto& s : storage)
+                    buffers.push_back(s.data());
+                writer->Render(buffers.data(), kFrames);
+                const float tolerance = encoding == SampleEncoding::Int16 ? 1.0f / 32767.0f : 0.0f;
+                for (uint32_t f = 0; f < kFrames; ++f)
+                {
+                    if (channels == 1)
+                    {
+                        EXPECT_NEAR(Get(device, buffers.data(), 0, f), 0.5f * (kLeft[f] + kRight[f]),
+                                    tolerance);
+                        continue;
+                    }
+                    EXPECT_NEAR(Get(device, buffers.data(), 0, f), kLeft[f], tolerance);
+                    EXPECT_NEAR(Get(device, buffers.data(), 1, f), kRight[f], tolerance);
+                    for (uint32_t c = 2; c < channels; ++c)
+                        EXPECT_EQ(Get(device, buffers.data(), c, f), 0.0f);
+                }
+            }
 }
 
 TEST(AudioFormatConverter, FrameCountsFollowTheExactRatioOverALongRun)
 {
-    struct Case
+    const std::pair<uint32_t, uint32_t> rates[] = {
+        {44100, 48000}, {48000, 44100}, {8000, 48000}, {96000, 44100}, {48000, 47999}};
+    for (const auto& [inputRate, outputRate] : rates)
     {
-        uint32_t inputRate;
-        uint32_t outputRate;
-    };
-    for (const Case c :
-         {Case{44100, 48000}, Case{48000, 44100}, Case{8000, 48000}, Case{96000, 44100}, Case{48000, 47999}})
-    {
-        SCOPED_TRACE(testing::Message() << c.inputRate << " to " << c.outputRate);
-        const DeviceStreamFormat input = Format(c.inputRate, 2, SampleEncoding::Float32, false);
-        const DeviceStreamFormat output = Format(c.outputRate, 2, SampleEncoding::Float32, false);
+        SCOPED_TRACE(testing::Message() << inputRate << " to " << outputRate);
         uint64_t pulled = 0;
-        auto converter = AudioFormatConverter::Create(input, output, 1024,
-                                                      [&pulled](void* const* b, uint32_t n)
-                                                      {
-                                                          std::fill_n(static_cast<float*>(b[0]), n, 0.25f);
-                                                          std::fill_n(static_cast<float*>(b[1]), n, -0.25f);
-                                                          pulled += n;
-                                                          return n;
-                                                      });
+        auto converter =
+            AudioFormatConverter::Create(Format(inputRate, 2, SampleEncoding::Float32, false),
+                                         Format(outputRate, 2, SampleEncoding::Float32, false), 1024,
+                                         [&pulled](void* const* b, uint32_t n)
+                                         {
+                                             std::fill_n(static_cast<float*>(b[0]), n, 0.25f);
+                                             std::fill_n(static_cast<float*>(b[1]), n, -0.25f);
+                                             pulled += n;
+                                             return n;
+                                         });
         ASSERT_NE(converter, nullptr);
 
         // Irregular request sizes, some beyond one slice; about 100 seconds of output.
@@ -345,7 +292,7 @@ TEST(AudioFormatConverter, FrameCountsFollowTheExactRatioOverALongRun)
         std::vector<float> left(3000), right(3000);
         uint64_t rendered = 0;
         uint32_t last = 0;
-        while (rendered < uint64_t{c.outputRate} * 100)
+        while (rendered < uint64_t{outputRate} * 100)
         {
             const uint32_t n = size(random);
             const uint64_t predicted = converter->InputFramesForOutput(n);
@@ -355,8 +302,7 @@ TEST(AudioFormatConverter, FrameCountsFollowTheExactRatioOverALongRun)
             ASSERT_EQ(pulled - before, predicted);
             rendered += n;
             last = n;
-            const uint64_t exact = (rendered * c.inputRate + c.outputRate - 1) / c.outputRate;
-            ASSERT_EQ(pulled, exact) << "after " << rendered;
+            ASSERT_EQ(pulled, (rendered * inputRate + outputRate - 1) / outputRate) << "after " << rendered;
         }
         EXPECT_EQ(converter->OutputFramesRendered(), rendered);
         EXPECT_EQ(converter->ShortFrames(), 0u);
@@ -371,29 +317,14 @@ TEST(AudioFormatConverter, NonFiniteAndOutOfRangeSamplesGiveDefinedInt16)
     const DeviceStreamFormat mix = AudioFormatConverter::MixFormat();
     const DeviceStreamFormat device = Format(48000, 2, SampleEncoding::Int16, false);
     const float inf = std::numeric_limits<float>::infinity();
-    const std::vector<float> in = {std::numeric_limits<float>::quiet_NaN(),
-                                   2.0f,
-                                   -2.0f,
-                                   inf,
-                                   -inf,
-                                   1.0f,
-                                   -1.0f,
-                                   0.5f,
-                                   1e30f,
-                                   -1e30f,
-                                   0.0f,
-                                   -0.0f};
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const std::vector<float> in = {nan,   2.0f, -2.0f, inf,    -inf, 1.0f,
+                                   -1.0f, 0.5f, 1e30f, -1e30f, 0.0f, -0.0f};
     const std::vector<int16_t> expected = {0,      32767, -32768, 32767,  -32768, 32767,
                                            -32767, 16384, 32767,  -32768, 0,      0};
-    const uint32_t n = static_cast<uint32_t>(in.size());
-    auto converter =
-        AudioFormatConverter::Create(mix, device, 64,
-                                     [&](void* const* buffers, uint32_t frames)
-                                     {
-                                         std::copy_n(in.begin(), frames, static_cast<float*>(buffers[0]));
-                                         std::copy_n(in.rbegin(), frames, static_cast<float*>(buffers[1]));
-                                         return frames;
-                                     });
+    const auto n = static_cast<uint32_t>(in.size());
+    const std::vector<float> reversed(in.rbegin(), in.rend());
+    auto converter = AudioFormatConverter::Create(mix, device, 64, FromArrays(in.data(), reversed.data()));
     ASSERT_NE(converter, nullptr);
     std::vector<int16_t> left(n), right(n);
     void* buffers[2] = {left.data(), right.data()};
@@ -402,16 +333,14 @@ TEST(AudioFormatConverter, NonFiniteAndOutOfRangeSamplesGiveDefinedInt16)
     EXPECT_EQ(right, std::vector<int16_t>(expected.rbegin(), expected.rend()));
 
     // Int16 full scale comes back as exactly -1.0 and just under 1.0.
-    auto back = AudioFormatConverter::Create(device, mix, 64,
-                                             [](void* const* buffers, uint32_t frames)
-                                             {
-                                                 for (uint32_t f = 0; f < frames; ++f)
-                                                 {
-                                                     static_cast<int16_t*>(buffers[0])[f] = -32768;
-                                                     static_cast<int16_t*>(buffers[1])[f] = 32767;
-                                                 }
-                                                 return frames;
-                                             });
+    auto back =
+        AudioFormatConverter::Create(device, mix, 64,
+                                     [](void* const* buffers, uint32_t frames)
+                                     {
+                                         std::fill_n(static_cast<int16_t*>(buffers[0]), frames, -32768);
+                                         std::fill_n(static_cast<int16_t*>(buffers[1]), frames, 32767);
+                                         return frames;
+                                     });
     ASSERT_NE(back, nullptr);
     float l[4], r[4];
     void* mixBuffers[2] = {l, r};
@@ -420,40 +349,44 @@ TEST(AudioFormatConverter, NonFiniteAndOutOfRangeSamplesGiveDefinedInt16)
     EXPECT_EQ(r[3], 32767.0f / 32768.0f);
 }
 
-TEST(AudioFormatConverter, SingleFrameRendersNeverAskForZeroFrames)
+TEST(AudioFormatConverter, SingleFrameRendersNeverAskForZeroFramesAndResetRestartsTheSchedule)
 {
-    const DeviceStreamFormat device = Format(44100, 2, SampleEncoding::Float32, false);
     std::vector<uint32_t> requests;
-    auto converter = AudioFormatConverter::Create(device, AudioFormatConverter::MixFormat(), 960,
+    auto converter = AudioFormatConverter::Create(Format(44100, 2, SampleEncoding::Float32, false),
+                                                  AudioFormatConverter::MixFormat(), 960,
                                                   [&requests](void* const*, uint32_t frames)
                                                   {
                                                       requests.push_back(frames);
                                                       return frames;
                                                   });
     ASSERT_NE(converter, nullptr);
-    float left = 0.0f, right = 0.0f;
-    void* buffers[2] = {&left, &right};
+    const uint64_t first = converter->InputFramesForOutput(100);
+    std::vector<float> left(960), right(960);
+    void* buffers[2] = {left.data(), right.data()};
     for (int i = 0; i < 160; ++i)
         converter->Render(buffers, 1);
     // 160 output frames at 48000 Hz take exactly 147 at 44100 Hz, one at a time.
-    EXPECT_EQ(requests.size(), 147u);
-    for (uint32_t r : requests)
-        ASSERT_EQ(r, 1u);
+    EXPECT_EQ(requests, std::vector<uint32_t>(147, 1u));
     EXPECT_EQ(converter->ShortFrames(), 0u);
+
+    converter->Render(buffers, 333);
+    EXPECT_EQ(converter->InputFramesPulled(), (493u * 44100 + 47999) / 48000);
+    converter->Reset();
+    EXPECT_EQ(converter->InputFramesPulled(), 0u);
+    EXPECT_EQ(converter->OutputFramesRendered(), 0u);
+    EXPECT_EQ(converter->InputFramesForOutput(100), first);
 }
 
 TEST(AudioFormatConverter, ShortInputPlaysAsSilence)
 {
-    const DeviceStreamFormat device = Format(48000, 2, SampleEncoding::Int16, true);
-    auto converter = AudioFormatConverter::Create(device, AudioFormatConverter::MixFormat(), 64,
-                                                  [](void* const* buffers, uint32_t frames)
-                                                  {
-                                                      // Fills everything with full scale but admits to only
-                                                      // three frames.
-                                                      std::fill_n(static_cast<int16_t*>(buffers[0]),
-                                                                  frames * 2, int16_t{16384});
-                                                      return 3u;
-                                                  });
+    auto converter = AudioFormatConverter::Create(
+        Format(48000, 2, SampleEncoding::Int16, true), AudioFormatConverter::MixFormat(), 64,
+        [](void* const* buffers, uint32_t frames)
+        {
+            // Fills everything but admits to only three frames.
+            std::fill_n(static_cast<int16_t*>(buffers[0]), frames * 2, int16_t{16384});
+            return 3u;
+        });
     ASSERT_NE(converter, nullptr);
     float left[8], right[8];
     void* buffers[2] = {left, right};
@@ -465,48 +398,21 @@ TEST(AudioFormatConverter, ShortInputPlaysAsSilence)
     }
 }
 
-TEST(AudioFormatConverter, ResetStartsTheScheduleAndCountersAgain)
-{
-    const DeviceStreamFormat device = Format(44100, 2, SampleEncoding::Float32, false);
-    auto converter = AudioFormatConverter::Create(device, AudioFormatConverter::MixFormat(), 960,
-                                                  [](void* const*, uint32_t frames) { return frames; });
-    ASSERT_NE(converter, nullptr);
-    std::vector<float> left(960), right(960);
-    void* buffers[2] = {left.data(), right.data()};
-    const uint64_t first = converter->InputFramesForOutput(100);
-    converter->Render(buffers, 100);
-    converter->Render(buffers, 333);
-    EXPECT_EQ(converter->InputFramesPulled(), (433u * 44100 + 47999) / 48000);
-    converter->Reset();
-    EXPECT_EQ(converter->InputFramesPulled(), 0u);
-    EXPECT_EQ(converter->OutputFramesRendered(), 0u);
-    EXPECT_EQ(converter->InputFramesForOutput(100), first);
-}
-
 TEST(AudioFormatConverter, RefusesFormatsItCannotConvert)
 {
     const DeviceStreamFormat mix = AudioFormatConverter::MixFormat();
     auto callback = [](void* const*, uint32_t frames) { return frames; };
-    struct Case
-    {
-        DeviceStreamFormat format;
-        int code;
-    };
-    const Case cases[] = {
-        {Format(0, 2, SampleEncoding::Float32, false), kDRAVResultErrInvalidFormat},
-        {Format(999, 2, SampleEncoding::Float32, false), kDRAVResultErrInvalidFormat},
-        {Format(768001, 2, SampleEncoding::Float32, false), kDRAVResultErrInvalidFormat},
-        {Format(48000, 0, SampleEncoding::Int16, true), kDRAVResultErrInvalidFormat},
-        {Format(48000, 65, SampleEncoding::Int16, false), kDRAVResultErrInvalidFormat},
-        {Format(48000, 2, static_cast<SampleEncoding>(7), false), kDRAVResultErrInvalidFormat},
-    };
-    for (const Case& c : cases)
+    for (const DeviceStreamFormat& format :
+         {Format(0, 2, SampleEncoding::Float32, false), Format(999, 2, SampleEncoding::Float32, false),
+          Format(768001, 2, SampleEncoding::Float32, false), Format(48000, 0, SampleEncoding::Int16, true),
+          Format(48000, 65, SampleEncoding::Int16, false),
+          Format(48000, 2, static_cast<SampleEncoding>(7), false)})
     {
         DRAVResult result;
-        EXPECT_EQ(AudioFormatConverter::Create(c.format, mix, 960, callback, &result), nullptr);
-        EXPECT_EQ(result, c.code);
-        EXPECT_EQ(AudioFormatConverter::Create(mix, c.format, 960, callback, &result), nullptr);
-        EXPECT_EQ(result, c.code);
+        EXPECT_EQ(AudioFormatConverter::Create(format, mix, 960, callback, &result), nullptr);
+        EXPECT_EQ(result, kDRAVResultErrInvalidFormat);
+        EXPECT_EQ(AudioFormatConverter::Create(mix, format, 960, callback, &result), nullptr);
+        EXPECT_EQ(result, kDRAVResultErrInvalidFormat);
     }
     DRAVResult result;
     EXPECT_EQ(AudioFormatConverter::Create(mix, mix, 0, callback, &result), nullptr);

@@ -13,31 +13,42 @@ bool Aligned(const void* p)
     return reinterpret_cast<uintptr_t>(p) % 64 == 0;
 }
 
-TEST(DRAVAudioBufferList, FormatDescriptions)
+// Both ways to describe a format agree: from plain parameters and from an engine format.
+TEST(DRAVAudioBufferList, FormatDescriptionsForFloatOrIntegerPlanarOrInterleaved)
 {
-    const auto planarFloat = ASBDForLinearPCM(48000, 2, true, true);
-    EXPECT_EQ(planarFloat.mFormatFlags, 41u);
-    EXPECT_EQ(planarFloat.mBytesPerFrame, 4u);
-    EXPECT_EQ(planarFloat.mBytesPerPacket, 4u);
-    EXPECT_EQ(planarFloat.mBitsPerChannel, 32u);
-    EXPECT_EQ(planarFloat.mFramesPerPacket, 1u);
-    EXPECT_EQ(planarFloat.mFormatID, 0x6C70636Du);  // 'lpcm'
-    EXPECT_EQ(planarFloat.mSampleRate, 48000.0);
-
-    const auto interleavedFloat = ASBDForLinearPCM(44100, 2, true, false);
-    EXPECT_EQ(interleavedFloat.mFormatFlags, 9u);
-    EXPECT_EQ(interleavedFloat.mBytesPerFrame, 8u);
-
-    const auto planarInt = ASBDForLinearPCM(48000, 2, false, true);
-    EXPECT_EQ(planarInt.mFormatFlags, 44u);
-    EXPECT_EQ(planarInt.mBytesPerFrame, 2u);
-    EXPECT_EQ(planarInt.mBitsPerChannel, 16u);
-    const auto interleavedInt = ASBDForLinearPCM(48000, 6, false, false);
-    EXPECT_EQ(interleavedInt.mFormatFlags, 12u);
-    EXPECT_EQ(interleavedInt.mBytesPerFrame, 12u);
+    struct Case
+    {
+        uint32_t rate, channels;
+        bool isFloat, planar;
+        uint32_t flags, bytesPerFrame, bits;
+    };
+    const Case cases[] = {{48000, 2, true, true, 41, 4, 32},
+                          {44100, 2, true, false, 9, 8, 32},
+                          {48000, 2, false, true, 44, 2, 16},
+                          {48000, 6, false, false, 12, 12, 16}};
+    for (const Case& c : cases)
+    {
+        SCOPED_TRACE(testing::Message() << c.channels << (c.isFloat ? " float" : " int16")
+                                        << (c.planar ? " planar" : " interleaved"));
+        const DRAVAudioFormat format(c.rate, c.channels,
+                                     c.isFloat ? kDRAVAudioSampleTypeFloat : kDRAVAudioSampleTypeInt16, 0,
+                                     c.planar);
+        for (const AudioStreamBasicDescription& d :
+             {ASBDForLinearPCM(c.rate, c.channels, c.isFloat, c.planar), ASBDFromAudioFormat(format)})
+        {
+            EXPECT_EQ(d.mFormatID, 0x6C70636Du);  // 'lpcm'
+            EXPECT_EQ(d.mFormatFlags, c.flags);
+            EXPECT_EQ(d.mBytesPerFrame, c.bytesPerFrame);
+            EXPECT_EQ(d.mBytesPerPacket, c.bytesPerFrame);
+            EXPECT_EQ(d.mFramesPerPacket, 1u);
+            EXPECT_EQ(d.mBitsPerChannel, c.bits);
+            EXPECT_DOUBLE_EQ(d.mSampleRate, c.rate);
+        }
+    }
+    EXPECT_EQ(ASBDFromAudioFormatPtr(nullptr).mChannelsPerFrame, 0u);
 }
 
-TEST(DRAVAudioBufferList, PlanarGetsOneAlignedBufferPerChannel)
+TEST(DRAVAudioBufferList, PlanarGetsOneAlignedBufferPerChannelInterleavedOneForAll)
 {
     AudioBufferList* list = AllocateAudioBufferList(ASBDForLinearPCM(48000, 2, true, true), 960, true);
     ASSERT_NE(list, nullptr);
@@ -54,11 +65,8 @@ TEST(DRAVAudioBufferList, PlanarGetsOneAlignedBufferPerChannel)
     EXPECT_NE(list->mBuffers[0].mData, list->mBuffers[1].mData);
     DestroyAudioBufferList(&list);
     EXPECT_EQ(list, nullptr);
-}
 
-TEST(DRAVAudioBufferList, InterleavedGetsOneBufferOfAllChannels)
-{
-    AudioBufferList* list = AllocateAudioBufferList(ASBDForLinearPCM(48000, 2, true, false), 960, true);
+    list = AllocateAudioBufferList(ASBDForLinearPCM(48000, 2, true, false), 960, true);
     ASSERT_NE(list, nullptr);
     ASSERT_EQ(list->mNumberBuffers, 1u);
     EXPECT_EQ(list->mBuffers[0].mNumberChannels, 2u);
@@ -68,10 +76,10 @@ TEST(DRAVAudioBufferList, InterleavedGetsOneBufferOfAllChannels)
     std::memset(list->mBuffers[0].mData, 0, list->mBuffers[0].mDataByteSize);
     DestroyAudioBufferList(&list);
 
-    AudioBufferList* mono = AllocateAudioBufferList(ASBDForLinearPCM(48000, 1, false, false), 100, true);
-    ASSERT_NE(mono, nullptr);
-    EXPECT_EQ(mono->mBuffers[0].mDataByteSize, 200u);
-    DestroyAudioBufferList(&mono);
+    list = AllocateAudioBufferList(ASBDForLinearPCM(48000, 1, false, false), 100, true);
+    ASSERT_NE(list, nullptr);
+    EXPECT_EQ(list->mBuffers[0].mDataByteSize, 200u);
+    DestroyAudioBufferList(&list);
 }
 
 TEST(DRAVAudioBufferList, WithoutAllocationTheDataStaysNull)
@@ -89,43 +97,21 @@ TEST(DRAVAudioBufferList, WithoutAllocationTheDataStaysNull)
 
 TEST(DRAVAudioBufferList, EdgeSizesAndNullsAreSafe)
 {
-    AudioBufferList* empty = AllocateAudioBufferList(ASBDForLinearPCM(48000, 0, true, true), 960, true);
-    ASSERT_NE(empty, nullptr);
-    EXPECT_EQ(empty->mNumberBuffers, 0u);
-    DestroyAudioBufferList(&empty);
+    AudioBufferList* list = AllocateAudioBufferList(ASBDForLinearPCM(48000, 0, true, true), 960, true);
+    ASSERT_NE(list, nullptr);
+    EXPECT_EQ(list->mNumberBuffers, 0u);
+    DestroyAudioBufferList(&list);
 
-    AudioBufferList* noFrames = AllocateAudioBufferList(ASBDForLinearPCM(48000, 2, true, true), 0, true);
-    ASSERT_NE(noFrames, nullptr);
-    EXPECT_EQ(noFrames->mBuffers[0].mDataByteSize, 0u);
-    DestroyAudioBufferList(&noFrames);
+    list = AllocateAudioBufferList(ASBDForLinearPCM(48000, 2, true, true), 0, true);
+    ASSERT_NE(list, nullptr);
+    EXPECT_EQ(list->mBuffers[0].mDataByteSize, 0u);
+    DestroyAudioBufferList(&list);
 
     // Sizes that don't fit the record's 32 bits are refused, not wrapped.
     EXPECT_EQ(AllocateAudioBufferList(ASBDForLinearPCM(48000, 64, true, false), 0x7FFFFFFF, false), nullptr);
-
     DestroyAudioBufferList(nullptr);
-    AudioBufferList* none = nullptr;
-    DestroyAudioBufferList(&none);
-    EXPECT_EQ(none, nullptr);
+    DestroyAudioBufferList(&list);
+    EXPECT_EQ(list, nullptr);
 }
 
 }  // namespace
-
-TEST(StreamDescriptions, EngineFormatsChooseFloatOrIntegerAndPlanarByTheirFlag)
-{
-    const DRAVAudioFormat planarFloat(48000, 2, kDRAVAudioSampleTypeFloat, 0, true);
-    const AudioStreamBasicDescription a = ASBDFromAudioFormat(planarFloat);
-    EXPECT_EQ(a.mFormatFlags, 41u);
-    EXPECT_EQ(a.mBytesPerFrame, 4u);
-    EXPECT_EQ(a.mBitsPerChannel, 32u);
-    EXPECT_DOUBLE_EQ(a.mSampleRate, 48000.0);
-
-    const DRAVAudioFormat interleavedShorts(44100, 2, kDRAVAudioSampleTypeInt16, 0, false);
-    const AudioStreamBasicDescription b = ASBDFromAudioFormat(interleavedShorts);
-    EXPECT_EQ(b.mFormatFlags, 12u);
-    EXPECT_EQ(b.mBytesPerFrame, 4u);
-    EXPECT_EQ(b.mBitsPerChannel, 16u);
-
-    const DRAVAudioFormat planarShorts(48000, 1, kDRAVAudioSampleTypeInt16, 0, true);
-    EXPECT_EQ(ASBDFromAudioFormat(planarShorts).mFormatFlags, 44u);
-    EXPECT_EQ(ASBDFromAudioFormatPtr(nullptr).mChannelsPerFrame, 0u);
-}

@@ -14,20 +14,18 @@ using namespace unittest;
 
 namespace
 {
-// An interleaved float frame of `frames` sample frames in which channel c
-// holds `values[c]` throughout.
-std::shared_ptr<DRAVAudioBuffer> ConstantFrame(const std::vector<float>& values, int64_t frames = 960)
+// An interleaved float frame of 960 * values.size() samples repeating `values`; as
+// many channels as values unless `channels` says otherwise.
+std::shared_ptr<DRAVAudioBuffer> ConstantFrame(const std::vector<float>& values, uint32_t channels = 0)
 {
-    const auto channels = static_cast<uint32_t>(values.size());
-    std::vector<float> samples(static_cast<size_t>(frames) * channels);
+    std::vector<float> samples(960 * values.size());
     for (size_t i = 0; i < samples.size(); ++i)
-    {
-        samples[i] = values[i % channels];
-    }
+        samples[i] = values[i % values.size()];
     const auto size = static_cast<int64_t>(samples.size() * sizeof(float));
-    return DRAVAudioBuffer::GetAudioBuffer("meter test", size,
-                                           DRAVAudioFormat(48000, channels, kDRAVAudioSampleTypeFloat, 0),
-                                           samples.data(), size);
+    const uint32_t formatChannels = channels != 0 ? channels : static_cast<uint32_t>(values.size());
+    return DRAVAudioBuffer::GetAudioBuffer(
+        "meter test", size, DRAVAudioFormat(48000, formatChannels, kDRAVAudioSampleTypeFloat, 0),
+        samples.data(), size);
 }
 
 // A frame that is no audio.
@@ -61,51 +59,22 @@ protected:
 };
 }  // namespace
 
-TEST_F(LevelmeterTest, IdentityAndPins)
+// Zero before Init, before the first frame, while refusing frames and after Deinit.
+TEST_F(LevelmeterTest, ReadsZeroAndRefusesFramesUnlessRunning)
 {
     auto meter = std::make_shared<DRAVAudioLevelmeter>();
-    EXPECT_EQ(meter->GetFriendlyName(), "DRAVAudioLevelmeter");
-    EXPECT_EQ(meter->GetType(), 10);
-    ASSERT_EQ(meter->Init(), kDRAVResultOk);
-    ASSERT_NE(meter->GetInputPin(0), nullptr);
-    ASSERT_NE(meter->GetOutputPin(0), nullptr);
-    EXPECT_EQ(meter->GetInputPin(0)->GetPinType(), kDRAVPinTypePassthrough);
-    EXPECT_EQ(meter->GetOutputPin(0)->GetPinType(), kDRAVPinTypePassthrough);
-    EXPECT_EQ(meter->GetUnitState(), kDRAVUnitStatePaused);
-    EXPECT_TRUE(meter->IsReadOnlyProperty(kPropertyAudioVULevelChannel1));
-    EXPECT_TRUE(meter->IsReadOnlyProperty(kPropertyAudioVULevelChannel2));
-    EXPECT_FALSE(meter->IsReadOnlyProperty(kPropertyAudioVULevelDecreaseValue));
-    meter->Deinit();
-}
-
-TEST_F(LevelmeterTest, WithoutProcessorEverythingReadsZero)
-{
-    auto meter = std::make_shared<DRAVAudioLevelmeter>();
+    auto frame = ConstantFrame({0.5f, 0.5f});
     meter->SetVUDecreaseValue(20.0);
     EXPECT_EQ(meter->GetVUDecreaseValue(), 0.0);
     EXPECT_EQ(meter->GetVULevelChannel1(), 0.0);
+    EXPECT_EQ(meter->InputMediaBufferReceived(nullptr, 0, frame), kDRAVResultErrNotInitialized);
 
     ASSERT_EQ(meter->Init(), kDRAVResultOk);
     EXPECT_EQ(meter->GetVUDecreaseValue(), DRAVAudioLevelmeter::kDefaultDecreaseDbPerSecond);
     EXPECT_EQ(meter->GetVULevelChannel1(), 0.0);
     EXPECT_EQ(meter->GetVULevelChannel2(), 0.0);
-
-    ASSERT_EQ(meter->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
-    ASSERT_EQ(meter->SendFrame(ConstantFrame({0.5f, 0.25f})), kDRAVResultOk);
-    EXPECT_GT(meter->GetVULevelChannel1(), 0.0);
-    meter->Deinit();
-    EXPECT_EQ(meter->GetVULevelChannel1(), 0.0);
-    EXPECT_EQ(meter->GetVUDecreaseValue(), 0.0);
-}
-
-TEST_F(LevelmeterTest, RefusesFramesUnlessRunning)
-{
-    auto meter = std::make_shared<DRAVAudioLevelmeter>();
-    auto frame = ConstantFrame({0.5f, 0.5f});
-    EXPECT_EQ(meter->InputMediaBufferReceived(nullptr, 0, frame), kDRAVResultErrNotInitialized);
-    ASSERT_EQ(meter->Init(), kDRAVResultOk);
     EXPECT_EQ(meter->InputMediaBufferReceived(nullptr, 0, frame), kDRAVResultErrInvalidState);
-    // Through the pin the frame is dropped just the same.
+    // Through the pin the frame is dropped just the same, also once paused again.
     meter->SendFrame(frame);
     EXPECT_EQ(meter->GetVULevelChannel1(), 0.0);
     ASSERT_EQ(meter->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
@@ -113,7 +82,13 @@ TEST_F(LevelmeterTest, RefusesFramesUnlessRunning)
     EXPECT_EQ(meter->InputMediaBufferReceived(nullptr, 0, frame), kDRAVResultErrInvalidState);
     meter->SendFrame(frame);
     EXPECT_EQ(meter->GetVULevelChannel1(), 0.0);
+
+    ASSERT_EQ(meter->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
+    ASSERT_EQ(meter->SendFrame(frame), kDRAVResultOk);
+    EXPECT_GT(meter->GetVULevelChannel1(), 0.0);
     meter->Deinit();
+    EXPECT_EQ(meter->GetVULevelChannel1(), 0.0);
+    EXPECT_EQ(meter->GetVUDecreaseValue(), 0.0);
 }
 
 TEST_F(LevelmeterTest, StereoLevelsAndOverloadReadOnce)
@@ -143,16 +118,7 @@ TEST_F(LevelmeterTest, MonoFramesSpreadOverTheMetersChannels)
     auto meter = RunningMeter();
     // A mono stream of alternating samples: the eight-channel meter sees the
     // even samples on channel 0 and the odd ones on channel 1.
-    std::vector<float> samples(960);
-    for (size_t i = 0; i < samples.size(); ++i)
-    {
-        samples[i] = (i % 2 == 0) ? 0.3f : 0.6f;
-    }
-    const auto size = static_cast<int64_t>(samples.size() * sizeof(float));
-    auto frame = DRAVAudioBuffer::GetAudioBuffer(
-        "mono", size, DRAVAudioFormat(48000, 1, kDRAVAudioSampleTypeFloat, 0), samples.data(), size);
-    ASSERT_NE(frame, nullptr);
-    ASSERT_EQ(meter->SendFrame(frame), kDRAVResultOk);
+    ASSERT_EQ(meter->SendFrame(ConstantFrame({0.3f, 0.6f}, 1)), kDRAVResultOk);
     EXPECT_NEAR(meter->GetVULevelChannel1(), 0.3, 1e-6);
     EXPECT_NEAR(meter->GetVULevelChannel2(), 0.6, 1e-6);
     meter->Deinit();
@@ -208,16 +174,12 @@ TEST_F(LevelmeterTest, SourceStartsAMeterFromTheEngineTable)
     {
         std::shared_ptr<DRAVFilter> filter = DRAVCreateEngineFilter(DRAVFilterConfig{type, false});
         if (!filter)
-        {
             return DRAVResult(kDRAVResultErrUnknownUnit);
-        }
         owner->AddChild(filter);
         filter->SetOwner(owner);
         DRAVResult result = init ? filter->Init() : DRAVResult(kDRAVResultOk);
         if (result.Succeeded())
-        {
             *out = filter;
-        }
         return result;
     };
     DRAVUnitFactory::Install(factory);
@@ -240,8 +202,6 @@ TEST_F(LevelmeterTest, SourceStartsAMeterFromTheEngineTable)
     source->Deinit();
     EXPECT_FALSE(meter->IsUnitInitialized());
 
-    EXPECT_EQ(DRAVCreateEngineFilter(DRAVFilterConfig{1, false}), nullptr);
-    EXPECT_EQ(DRAVCreateEngineFilter(DRAVFilterConfig{6, false}), nullptr);
-    EXPECT_EQ(DRAVCreateEngineFilter(DRAVFilterConfig{8, false}), nullptr);
-    EXPECT_EQ(DRAVCreateEngineFilter(DRAVFilterConfig{7, false}), nullptr);
+    for (int type : {1, 6, 7, 8})
+        EXPECT_EQ(DRAVCreateEngineFilter(DRAVFilterConfig{type, false}), nullptr) << type;
 }

@@ -11,22 +11,20 @@
 #include <thread>
 #include <vector>
 
+#include "support/UnitTestSupport.h"
+
+using unittest::MakeFrame;
+
 namespace
 {
 using namespace std::chrono_literals;
 
-std::shared_ptr<DRAVAudioBuffer> Counting(int64_t firstIndex, int64_t frames, int64_t timestamp,
-                                          const DRAVAudioFormat& format = kDefaultAudioFormatFloat)
+// MakeFrame's counting signal, in `format`.
+std::shared_ptr<DRAVAudioBuffer> Counting(int64_t first, int64_t frames, int64_t timestamp,
+                                          const DRAVAudioFormat& format)
 {
-    std::vector<float> samples(static_cast<size_t>(frames) * 2);
-    for (int64_t i = 0; i < frames; ++i)
-    {
-        samples[2 * i] = static_cast<float>(firstIndex + i);
-        samples[2 * i + 1] = -static_cast<float>(firstIndex + i);
-    }
-    auto frame = DRAVAudioBuffer::GetAudioBuffer("producer", frames * 8, format, samples.data(), frames * 8);
-    frame->SetTimestamp(DRAVTimestamp(timestamp));
-    frame->SetDuration(format.GetDurationFromFrames(frames));
+    auto frame = MakeFrame(timestamp, frames, static_cast<float>(first));
+    frame->SetMediaFormat(std::make_shared<DRAVAudioFormat>(format));
     return frame;
 }
 
@@ -55,10 +53,9 @@ TEST(DRAVRingBufferThreads, CountingSignalArrivesIntactAndInOrder)
                     }
                     std::this_thread::sleep_for(100us);
                 }
-                if (!ring.AddBuffer(Counting(index, 960, index * 1000000 / 48000)).Succeeded())
-                {
+                if (!ring.AddBuffer(MakeFrame(index * 1000000 / 48000, 960, static_cast<float>(index)))
+                         .Succeeded())
                     failed.store(true);
-                }
             }
         });
 

