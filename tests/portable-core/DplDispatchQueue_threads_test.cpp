@@ -31,13 +31,15 @@ struct Gate
     }
 };
 
-TEST(DplDispatchQueueThreads, OneWorkerRunsTasksInDispatchOrder)
+TEST(DplDispatchQueueThreads, OneNamedWorkerRunsTasksInDispatchOrder)
 {
     std::mutex mutex;
     std::vector<int> order;
     std::atomic<int> done{0};
-    DplDispatchQueue queue("order", 1);  // last, so it is destroyed first
+    std::string name;
+    bool onWorker = false;
     constexpr int kTasks = 200;
+    DplDispatchQueue queue("a-rather-long-queue-name", 1);  // last, so it is destroyed first
     for (int i = 0; i < kTasks; ++i)
     {
         queue.dispatch(
@@ -45,33 +47,29 @@ TEST(DplDispatchQueueThreads, OneWorkerRunsTasksInDispatchOrder)
             {
                 std::lock_guard lock(mutex);
                 order.push_back(i);
+                if (i == kTasks - 1)
+                {
+                    char buffer[32] = {};
+                    pthread_getname_np(pthread_self(), buffer, sizeof(buffer));
+                    name = buffer;
+                    onWorker = queue.isCurrentWorker();
+                    queue.dispatch(  // a task may dispatch to its own queue
+                        [&]
+                        {
+                            std::lock_guard inner(mutex);
+                            order.push_back(kTasks);
+                            ++done;
+                        });
+                }
                 ++done;
             });
     }
-    ASSERT_TRUE(WaitUntil([&] { return done.load() == kTasks; }));
+    ASSERT_TRUE(WaitUntil([&] { return done.load() == kTasks + 1; }));
     std::lock_guard lock(mutex);
-    for (int i = 0; i < kTasks; ++i)
+    for (int i = 0; i <= kTasks; ++i)
     {
         ASSERT_EQ(order[i], i);
     }
-}
-
-TEST(DplDispatchQueueThreads, TasksRunOnWorkersNamedAfterTheQueue)
-{
-    std::atomic<bool> done{false};
-    std::string name;
-    bool onWorker = false;
-    DplDispatchQueue queue("a-rather-long-queue-name", 1);
-    queue.dispatch(
-        [&]
-        {
-            char buffer[32] = {};
-            pthread_getname_np(pthread_self(), buffer, sizeof(buffer));
-            name = buffer;
-            onWorker = queue.isCurrentWorker();
-            done = true;
-        });
-    ASSERT_TRUE(WaitUntil([&] { return done.load(); }));
     EXPECT_EQ(name, "a-rather-long-q");
     EXPECT_TRUE(onWorker);
     EXPECT_FALSE(queue.isCurrentWorker());
@@ -224,22 +222,6 @@ TEST(DplDispatchQueueThreads, DestructionFromOwnWorkerWithSeveralWorkers)
     const int settled = others.load();
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     EXPECT_EQ(others.load(), settled);
-}
-
-TEST(DplDispatchQueueThreads, ATaskMayDispatchToItsOwnQueue)
-{
-    std::atomic<int> depth{0};
-    std::function<void()> step;
-    DplDispatchQueue queue("reentrant", 1);
-    step = [&]
-    {
-        if (++depth < 5)
-        {
-            queue.dispatch(step);
-        }
-    };
-    queue.dispatch(step);
-    EXPECT_TRUE(WaitUntil([&] { return depth.load() == 5; }));
 }
 
 TEST(DplDispatchQueueThreads, WithoutWorkersNothingEverRuns)

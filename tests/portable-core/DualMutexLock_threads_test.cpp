@@ -144,6 +144,10 @@ TEST(CDplThreadMutexThreads, IsRecursiveAndExcludesOtherThreads)
 
 TEST(CDplThreadSafeObjectThreads, TimedWaitsRunOutAndSignalsWake)
 {
+    EXPECT_EQ(CDplThreadSafeObject::MillisecondsToWaitNanoseconds(-5), -1);
+    EXPECT_EQ(CDplThreadSafeObject::MillisecondsToWaitNanoseconds(7), 7000000);
+    EXPECT_EQ(CDplThreadSafeObject::MillisecondsToWaitNanoseconds(std::numeric_limits<int64_t>::max()),
+              std::numeric_limits<int64_t>::max());
     CDplThreadSafeObject object;
     object.Lock();
     EXPECT_NE(object.WaitCondition(0), 0) << "zero doesn't wait";
@@ -174,12 +178,4 @@ TEST(CDplThreadSafeObjectThreads, TimedWaitsRunOutAndSignalsWake)
     waiter.join();
 }
 
-TEST(CDplThreadSafeObject, MillisecondsBecomeWaitNanoseconds)
-{
-    EXPECT_EQ(CDplThreadSafeObject::MillisecondsToWaitNanoseconds(-5), -1);
-    EXPECT_EQ(CDplThreadSafeObject::MillisecondsToWaitNanoseconds(0), 0);
-    EXPECT_EQ(CDplThreadSafeObject::MillisecondsToWaitNanoseconds(7), 7000000);
-    EXPECT_EQ(CDplThreadSafeObject::MillisecondsToWaitNanoseconds(std::numeric_limits<int64_t>::max()),
-              std::numeric_limits<int64_t>::max());
-}
 }  // namespace
