@@ -85,19 +85,6 @@ TEST(DplBipBuffer, ReservationBeforeALargerThanAfterStartsRegionB)
     bip.deallocate();
 }
 
-TEST(DplBipBuffer, CommitIsLimitedToTheReservation)
-{
-    DplBipBuffer bip;
-    ASSERT_TRUE(bip.allocate(100));
-    size_t reserved = 0;
-    bip.reserve(30, reserved);
-    bip.commit(80);
-    EXPECT_EQ(bip.getCommittedSize(), 30u);
-    bip.commit(10);  // no reservation open: nothing
-    EXPECT_EQ(bip.getCommittedSize(), 30u);
-    bip.deallocate();
-}
-
 TEST(DplBipBuffer, CopyHasItsOwnBlockAndTheSameContent)
 {
     DplBipBuffer bip;
