@@ -212,8 +212,8 @@ TEST(LocaleIndependence, ParsingUnderADecimalCommaLocale)
     {
         GTEST_SKIP() << "localedef could not build de_DE.UTF-8 (install the `locales` package)";
     }
-    const char* oldLocPath = getenv("LOCPATH");
-    const std::string savedLocPath = oldLocPath ? oldLocPath : "";
+    const std::string formerLocPath = getenv("LOCPATH") != nullptr ? getenv("LOCPATH") : "";
+    const bool hadLocPath = getenv("LOCPATH") != nullptr;
     setenv("LOCPATH", folder.Path().c_str(), 1);
     const std::string previous = setlocale(LC_ALL, nullptr);
     ASSERT_NE(setlocale(LC_ALL, "de_DE.UTF-8"), nullptr);
@@ -226,14 +226,7 @@ TEST(LocaleIndependence, ParsingUnderADecimalCommaLocale)
     const bool parsed = USRMacroDateAndTimeToUnixSeconds("Nov  9 2026", "01:54:10", &seconds);
 
     setlocale(LC_ALL, previous.c_str());
-    if (oldLocPath != nullptr)
-    {
-        setenv("LOCPATH", savedLocPath.c_str(), 1);
-    }
-    else
-    {
-        unsetenv("LOCPATH");
-    }
+    hadLocPath ? setenv("LOCPATH", formerLocPath.c_str(), 1) : unsetenv("LOCPATH");
     EXPECT_DOUBLE_EQ(mhz, 2994.374);
     EXPECT_EQ(zone, -5400);
     EXPECT_TRUE(parsed);

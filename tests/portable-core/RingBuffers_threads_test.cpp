@@ -22,6 +22,20 @@ unsigned char SignalByte(uint64_t k)
 
 constexpr uint64_t kStreamBytes = 4 * 200000;
 
+// True when `size` bytes read at stream position `at` are the signal's; reports the first that isn't.
+bool IsSignal(const unsigned char* bytes, size_t size, uint64_t at)
+{
+    for (size_t i = 0; i < size; ++i)
+    {
+        if (bytes[i] != SignalByte(at + i))
+        {
+            ADD_FAILURE() << "byte " << at + i << " is " << int(bytes[i]);
+            return false;
+        }
+    }
+    return true;
+}
+
 TEST(RingBufferThreads, BipBufferCarriesACountingSignalIntactAndInOrder)
 {
     DplBipBuffer bip;
@@ -76,15 +90,7 @@ TEST(RingBufferThreads, BipBufferCarriesACountingSignalIntactAndInOrder)
             std::this_thread::yield();
             continue;
         }
-        for (size_t i = 0; i < size; ++i)
-        {
-            if (block[i] != SignalByte(read + i))
-            {
-                ADD_FAILURE() << "byte " << read + i << " is " << int(block[i]);
-                failed = true;
-                break;
-            }
-        }
+        failed = !IsSignal(block, size, read);
         {
             std::lock_guard guard(lock);
             bip.decommitBlock(size);
@@ -146,15 +152,7 @@ TEST(RingBufferThreads, LockedRingCarriesACountingSignalWithoutOverrun)
             std::this_thread::yield();
             continue;
         }
-        for (int i = 0; i < got; ++i)
-        {
-            if (buffer[static_cast<size_t>(i)] != SignalByte(read + static_cast<uint64_t>(i)))
-            {
-                ADD_FAILURE() << "byte " << read + static_cast<uint64_t>(i);
-                intact = false;
-                break;
-            }
-        }
+        intact = IsSignal(buffer.data(), static_cast<size_t>(got), read);
         read += static_cast<uint64_t>(got);
     }
     producer.join();
