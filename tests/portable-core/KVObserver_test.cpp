@@ -66,6 +66,7 @@ TEST(KVObserverTest, PropertyObserversBeforeCommonObservers)
     auto common2 = std::make_shared<RecordingObserver>("common2", log);
     auto property2 = std::make_shared<RecordingObserver>("property2", log);
     TestMixer mixer("mixer");
+    EXPECT_FALSE(mixer.HasObserver(""));
     // Common observers registered first still come after the property's own.
     cleanup.Add(mixer, KVOItem::Weak(common1), "");
     cleanup.Add(mixer, KVOItem::Weak(property1), kPropertyNodeMute);
@@ -87,6 +88,22 @@ TEST(KVObserverTest, PropertyObserversBeforeCommonObservers)
     mixer.SetStringProperty(kPropertyFriendlyName, "renamed");
     EXPECT_EQ(Tags(*log), (std::vector<std::string>{"common1", "common2"}));
     EXPECT_EQ((*log)[0].property, mixer.FindProperty(kPropertyFriendlyName));
+    EXPECT_TRUE(mixer.HasObserver(""));
+    mixer.RemoveObserver(KVOItem::Weak(common1), "");
+    mixer.RemoveObserver(KVOItem::Weak(common2), "");
+    EXPECT_FALSE(mixer.HasObserver(kPropertyCommonObserver));
+
+    // A class without common observers ignores the empty name, as it does unknown names.
+    TestNode node("node");
+    RecordingObserver ignored("ignored");
+    node.AddObserver(KVOItem::Raw(&ignored), "");
+    node.AddObserver(KVOItem::Raw(&ignored), "No Such Property");
+    EXPECT_FALSE(node.HasObserver(""));
+    EXPECT_FALSE(node.HasObserver(kPropertyCommonObserver));
+    EXPECT_FALSE(node.HasObserver("No Such Property"));
+    node.SetDoubleProperty(kPropertyNodeGain, 0.7);
+    EXPECT_EQ(ignored.Count(), 0u);
+    node.RemoveObserver(KVOItem::Raw(&ignored), "");  // harmless too
 }
 
 TEST(KVObserverTest, ObserversAreHeldOnceByKindAndIdentity)
@@ -172,30 +189,6 @@ TEST(KVObserverTest, ExpiredWeakObserverIsSkippedAndStays)
     EXPECT_TRUE(node.HasObserver(kPropertyNodeMute));
     node.RemoveObserver(items.front(), kPropertyNodeMute);
     EXPECT_FALSE(node.HasObserver(kPropertyNodeMute));
-}
-
-TEST(KVObserverTest, EmptyNameOnClassWithoutCommonObserverIsIgnored)
-{
-    TestNode node("node");
-    RecordingObserver observer("o");
-    node.AddObserver(KVOItem::Raw(&observer), "");
-    EXPECT_FALSE(node.HasObserver(""));
-    EXPECT_FALSE(node.HasObserver(kPropertyCommonObserver));
-    node.SetDoubleProperty(kPropertyNodeGain, 0.7);
-    EXPECT_EQ(observer.Count(), 0u);
-    node.RemoveObserver(KVOItem::Raw(&observer), "");  // harmless too
-    node.AddObserver(KVOItem::Raw(&observer), "No Such Property");
-    EXPECT_FALSE(node.HasObserver("No Such Property"));
-
-    TestMixer mixer("mixer");
-    EXPECT_FALSE(mixer.HasObserver(""));
-    mixer.AddObserver(KVOItem::Raw(&observer), "");
-    EXPECT_TRUE(mixer.HasObserver(kPropertyCommonObserver));
-    EXPECT_TRUE(mixer.HasObserver(""));
-    mixer.SetDoubleProperty(kPropertyNodeGain, 0.7);
-    EXPECT_EQ(observer.Count(), 1u);
-    mixer.RemoveObserver(KVOItem::Raw(&observer), "");
-    EXPECT_FALSE(mixer.HasObserver(kPropertyCommonObserver));
 }
 
 TEST(KVObserverTest, ObserversRemovedOrAddedDuringTheWalk)
