@@ -2,6 +2,7 @@
 // documents that both accept, generated from a fixed seed.
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -27,66 +28,40 @@ private:
 
     json Value(int depth)
     {
-        int kind = Pick(depth >= 5 ? 7 : 9);
-        switch (kind)
-        {
-            case 0:
-                return nullptr;
-            case 1:
-                return Pick(2) == 0;
-            case 2:
-                return Integer();
-            case 3:
-                return Double();
-            case 4:
-            case 5:
-            case 6:
-                return Text();
-            case 7:
-                return Object(depth + 1);
-            default:
-                return Array(depth + 1);
-        }
+        // Containers only up to depth 5; text is three times as likely as any other kind.
+        const int kind = Pick(depth >= 5 ? 7 : 9);
+        return kind == 0   ? json(nullptr)
+               : kind == 1 ? json(Pick(2) == 0)
+               : kind == 2 ? Integer()
+               : kind == 3 ? Double()
+               : kind < 7  ? json(Text())
+               : kind == 7 ? Object(depth + 1)
+                           : Array(depth + 1);
     }
 
     json Integer()
     {
-        switch (Pick(5))
-        {
-            case 0:
-                return Pick(1000) - 500;
-            case 1:
-                return static_cast<int64_t>(random_());
-            case 2:
-                return Pick(2) ? std::numeric_limits<int64_t>::max() : std::numeric_limits<int64_t>::min();
-            case 3:
-                return static_cast<uint64_t>(random_() | (uint64_t{1} << 63));  // above the signed range
-            default:
-                return static_cast<int64_t>(random_() >> Pick(64));
-        }
+        const int kind = Pick(5);
+        return kind == 0   ? json(Pick(1000) - 500)
+               : kind == 1 ? json(static_cast<int64_t>(random_()))
+               : kind == 2
+                   ? json(Pick(2) ? std::numeric_limits<int64_t>::max() : std::numeric_limits<int64_t>::min())
+               : kind == 3
+                   ? json(static_cast<uint64_t>(random_() | (uint64_t{1} << 63)))  // above the signed range
+                   : json(static_cast<int64_t>(random_() >> Pick(64)));
     }
 
     json Double()
     {
-        switch (Pick(4))
+        const int kind = Pick(4);
+        double value = 0.0;
+        while (kind == 3 && !std::isfinite(value = std::bit_cast<double>(static_cast<uint64_t>(random_()))))
         {
-            case 0:
-                return (Pick(2000) - 1000) / 8.0;
-            case 1:
-                return 0.1 * Pick(100);
-            case 2:
-                return std::ldexp(static_cast<double>(random_() >> 11), Pick(200) - 150);
-            default:
-            {
-                double value;
-                do
-                {
-                    uint64_t bits = random_();
-                    memcpy(&value, &bits, sizeof(value));
-                } while (!std::isfinite(value));
-                return value;
-            }
         }
+        return kind == 0   ? (Pick(2000) - 1000) / 8.0
+               : kind == 1 ? 0.1 * Pick(100)
+               : kind == 2 ? std::ldexp(static_cast<double>(random_() >> 11), Pick(200) - 150)
+                           : value;
     }
 
     std::string Text()
@@ -95,27 +70,15 @@ private:
         int length = Pick(12);
         for (int i = 0; i < length; ++i)
         {
-            uint32_t code;
-            switch (Pick(6))
-            {
-                case 0:
-                    // Control characters; not the form feed, whose escape this reader drops on purpose.
-                    code = static_cast<uint32_t>(1 + Pick(31));
-                    code = code == 0x0C ? 0x0B : code;
-                    break;
-                case 1:
-                    code = static_cast<uint32_t>(0x80 + Pick(0x780));
-                    break;
-                case 2:
-                    code = static_cast<uint32_t>(0x800 + Pick(0xD000 - 0x800));
-                    break;
-                case 3:
-                    code = static_cast<uint32_t>(0x10000 + Pick(0x100000));
-                    break;
-                default:
-                    code = static_cast<uint32_t>(32 + Pick(96));
-                    break;
-            }
+            // Control characters (not the form feed, whose escape this reader drops on purpose), two-,
+            // three- and four-byte characters, and printable ASCII twice as often.
+            const int kind = Pick(6);
+            const auto control = static_cast<uint32_t>(1 + Pick(31));
+            const uint32_t code = kind == 0   ? (control == 0x0C ? 0x0B : control)
+                                  : kind == 1 ? 0x80 + static_cast<uint32_t>(Pick(0x780))
+                                  : kind == 2 ? 0x800 + static_cast<uint32_t>(Pick(0xD000 - 0x800))
+                                  : kind == 3 ? 0x10000 + static_cast<uint32_t>(Pick(0x100000))
+                                              : 32 + static_cast<uint32_t>(Pick(96));
             AppendUtf8(code, text);
         }
         return text;
