@@ -78,7 +78,7 @@ TEST(DRAVFileLogger, WritesTaggedLinesIntoATimeNamedFile)
     EXPECT_EQ(lines[2].substr(14), "     plain\n");
 }
 
-TEST(DRAVFileLogger, KeepsAtMostTenSessionLogsAndNothingElseIsTouched)
+TEST(DRAVFileLogger, KeepsAtMostTenSessionLogsAndServesAsTheLogHandler)
 {
     PortableCoreTestFolder folder;
     for (int day = 1; day <= 12; ++day)
@@ -90,8 +90,8 @@ TEST(DRAVFileLogger, KeepsAtMostTenSessionLogsAndNothingElseIsTouched)
     ASSERT_TRUE(DplFile_WriteTextToFile(folder.Child("thesis.docx").c_str(), "precious"));
     ASSERT_TRUE(DplFile_WriteTextToFile(folder.Child("0000-old.log").c_str(), "precious"));
 
-    DRAVFileLogger logger;
-    ASSERT_TRUE(logger.Open(folder.Path(), ""));
+    auto logger = std::make_shared<DRAVFileLogger>();
+    ASSERT_TRUE(logger->Open(folder.Path(), ""));
     std::vector<std::string> names;
     DplFile_EnumFilesInFolder(folder.Path(), names);
     std::sort(names.begin(), names.end());
@@ -101,13 +101,8 @@ TEST(DRAVFileLogger, KeepsAtMostTenSessionLogsAndNothingElseIsTouched)
     EXPECT_EQ(sessions.front(), "2020-01-04 10-00-00.log") << "the oldest three went";
     EXPECT_TRUE(DplFile_FileExists(folder.Child("thesis.docx")));
     EXPECT_TRUE(DplFile_FileExists(folder.Child("0000-old.log")));
-}
 
-TEST(DRAVFileLogger, ServesAsTheLibraryLogHandler)
-{
-    PortableCoreTestFolder folder;
-    auto logger = std::make_shared<DRAVFileLogger>();
-    ASSERT_TRUE(logger->Open(folder.Path(), ""));
+    // The new session's file serves as the library's log handler.
     DRAVLogHandler former = DRAVSetLogHandler(DRAVFileLogger::MakeLogHandler(logger));
     DRAVLogPrintf(kDbgPrintLevelWarning, "through the hub %d", 7);
     DRAVSetLogHandler(former);
