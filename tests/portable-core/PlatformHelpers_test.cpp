@@ -75,7 +75,7 @@ TEST(DPLResult, ProvidersRegisterAtAnyTime)
     EXPECT_FALSE(single.CoversFacility(4));
 }
 
-TEST(DplTime, EpochsAndClocks)
+TEST(DplTime, EpochsClocksAndTimeStrings)
 {
     EXPECT_EQ(DplTime_GetEpoch(), kDplTimeEpoch2001);
     EXPECT_EQ(DplTime_GetDistanceToEpoch(DplTime_GetEpoch()), 0);
@@ -89,10 +89,7 @@ TEST(DplTime, EpochsAndClocks)
     const int64_t b = DplTime_GetMonotonicNanoseconds();
     EXPECT_LE(a, b);
     EXPECT_NEAR(static_cast<double>(DplTime_GetSeconds()), static_cast<double>(time(nullptr)), 2.0);
-}
 
-TEST(DplTime, TimeStrings)
-{
     char text[32];
     EXPECT_STREQ(DplTime_GetCurrentTimeString(nullptr, 0), "---");
     EXPECT_STREQ(DplTime_GetCurrentDateTimeString(nullptr, 0), "---");
@@ -111,17 +108,15 @@ TEST(DplTime, TimeStrings)
 
 TEST(USRHelpers, TimeZoneStrings)
 {
-    EXPECT_EQ(USRTimeZoneStringToSecondsOffset("+0100"), 3600);
-    EXPECT_EQ(USRTimeZoneStringToSecondsOffset("-0130"), -5400);
-    EXPECT_EQ(USRTimeZoneStringToSecondsOffset("0545"), 20700);
-    EXPECT_EQ(USRTimeZoneStringToSecondsOffset("2358"), (23 * 60 + 58) * 60);
-    EXPECT_EQ(USRTimeZoneStringToSecondsOffset("2359"), 0);
-    EXPECT_EQ(USRTimeZoneStringToSecondsOffset("+0160"), 0) << "minutes out of range";
-    EXPECT_EQ(USRTimeZoneStringToSecondsOffset("+01:00"), 0);
-    EXPECT_EQ(USRTimeZoneStringToSecondsOffset("+100"), 0);
-    EXPECT_EQ(USRTimeZoneStringToSecondsOffset("+01000"), 0);
-    EXPECT_EQ(USRTimeZoneStringToSecondsOffset("+0a00"), 0);
-    EXPECT_EQ(USRTimeZoneStringToSecondsOffset(""), 0);
+    // Out-of-range minutes and malformed texts give no offset.
+    const std::pair<const char*, int> cases[] = {
+        {"+0100", 3600}, {"-0130", -5400}, {"0545", 20700}, {"2358", (23 * 60 + 58) * 60},
+        {"2359", 0},     {"+0160", 0},     {"+01:00", 0},   {"+100", 0},
+        {"+01000", 0},   {"+0a00", 0},     {"", 0}};
+    for (const auto& [text, seconds] : cases)
+    {
+        EXPECT_EQ(USRTimeZoneStringToSecondsOffset(text), seconds) << text;
+    }
     EXPECT_EQ(USRTimeZoneStringToSecondsOffset(nullptr), 0);
 }
 
