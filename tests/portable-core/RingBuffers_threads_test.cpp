@@ -41,6 +41,11 @@ TEST(RingBufferThreads, BipBufferCarriesACountingSignalIntactAndInOrder)
     DplBipBuffer bip;
     ASSERT_TRUE(bip.allocate(7680));
     std::mutex lock;  // as the capture source and renderer sink do: one lock around each call
+    auto locked = [&lock](auto call)
+    {
+        std::lock_guard guard(lock);
+        return call();
+    };
     std::atomic<bool> failed{false};
 
     std::thread producer(
@@ -53,11 +58,8 @@ TEST(RingBufferThreads, BipBufferCarriesACountingSignalIntactAndInOrder)
                 chunk = (chunk * 1103515245u + 12345u);
                 const size_t wanted = std::min<uint64_t>(1 + (chunk >> 8) % 3000, kStreamBytes - written);
                 size_t reserved = 0;
-                unsigned char* block = nullptr;
-                {
-                    std::lock_guard guard(lock);
-                    block = static_cast<unsigned char*>(bip.reserve(wanted, reserved));
-                }
+                auto* block =
+                    static_cast<unsigned char*>(locked([&] { return bip.reserve(wanted, reserved); }));
                 if (block == nullptr)
                 {
                     std::this_thread::yield();
@@ -68,10 +70,7 @@ TEST(RingBufferThreads, BipBufferCarriesACountingSignalIntactAndInOrder)
                 {
                     block[i] = SignalByte(written + i);
                 }
-                {
-                    std::lock_guard guard(lock);
-                    bip.commit(reserved);
-                }
+                locked([&] { bip.commit(reserved); });
                 written += reserved;
             }
         });
@@ -80,21 +79,15 @@ TEST(RingBufferThreads, BipBufferCarriesACountingSignalIntactAndInOrder)
     while (read < kStreamBytes && !failed.load())
     {
         size_t size = 0;
-        const unsigned char* block = nullptr;
-        {
-            std::lock_guard guard(lock);
-            block = static_cast<const unsigned char*>(bip.getContiguousBlock(size));
-        }
+        const auto* block =
+            static_cast<const unsigned char*>(locked([&] { return bip.getContiguousBlock(size); }));
         if (block == nullptr)
         {
             std::this_thread::yield();
             continue;
         }
         failed = !IsSignal(block, size, read);
-        {
-            std::lock_guard guard(lock);
-            bip.decommitBlock(size);
-        }
+        locked([&] { bip.decommitBlock(size); });
         read += size;
     }
     producer.join();
