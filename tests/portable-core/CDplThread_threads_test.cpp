@@ -30,10 +30,13 @@ struct Shared
     std::string name;  // written by the procedure before `returned`
 };
 
-// Ends when asked to terminate.
+// Notes its id and name, and ends when asked to terminate.
 void* Cooperative(void* argument)
 {
     auto* shared = static_cast<Shared*>(argument);
+    char name[64] = {};
+    CDplThread::GetCurrentThreadName(name, sizeof(name));
+    shared->name = name;
     shared->idInside = DplThreading_GetThreadId();
     shared->entered = true;
     while (!shared->thread->IsTerminationRequested())
@@ -51,16 +54,6 @@ void* Stubborn(void* argument)
     shared->entered = true;
     WaitUntil([shared] { return shared->release.load(); }, std::chrono::seconds(120));
     shared->sawTermination = shared->thread->IsTerminationRequested();
-    shared->returned = true;
-    return nullptr;
-}
-
-void* ReadsItsName(void* argument)
-{
-    auto* shared = static_cast<Shared*>(argument);
-    char buffer[64] = {};
-    CDplThread::GetCurrentThreadName(buffer, sizeof(buffer));
-    shared->name = buffer;
     shared->returned = true;
     return nullptr;
 }
@@ -240,7 +233,8 @@ TEST(CDplThreadThreads, ThreadNamesAreCutToFifteenBytes)
 {
     Shared shared;
     CDplThread thread;
-    ASSERT_TRUE(thread.CreateThread(ReadsItsName, &shared, "a-name-well-beyond-fifteen"));
+    shared.thread = &thread;
+    ASSERT_TRUE(thread.CreateThread(Cooperative, &shared, "a-name-well-beyond-fifteen"));
     ASSERT_TRUE(thread.StopThread(10000, false, false));
     EXPECT_EQ(shared.name, "a-name-well-bey");
     EXPECT_EQ(thread.GetName(), "a-name-well-beyond-fifteen") << "kept as given";
