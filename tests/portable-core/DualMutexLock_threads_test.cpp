@@ -17,7 +17,9 @@ namespace
 using threads_test::SecondsSince;
 using threads_test::WaitUntil;
 
-bool HeldElsewhere(CDplThreadMutexLock& lock)
+// True when another thread can't take `lock` now.
+template <typename Lock>
+bool HeldElsewhere(Lock& lock)
 {
     bool taken = false;
     std::thread(
@@ -124,22 +126,11 @@ TEST(CDplThreadMutexThreads, IsRecursiveAndExcludesOtherThreads)
     CDplThreadMutex mutex;
     mutex.Lock();
     EXPECT_TRUE(mutex.TryLock());
-    bool taken = true;
-    std::thread([&] { taken = mutex.TryLock(); }).join();
-    EXPECT_FALSE(taken);
+    EXPECT_TRUE(HeldElsewhere(mutex));
     mutex.Unlock();
+    EXPECT_TRUE(HeldElsewhere(mutex)) << "still held once";
     mutex.Unlock();
-    std::thread(
-        [&]
-        {
-            taken = mutex.TryLock();
-            if (taken)
-            {
-                mutex.Unlock();
-            }
-        })
-        .join();
-    EXPECT_TRUE(taken);
+    EXPECT_FALSE(HeldElsewhere(mutex));
 }
 
 TEST(CDplThreadSafeObjectThreads, TimedWaitsRunOutAndSignalsWake)
