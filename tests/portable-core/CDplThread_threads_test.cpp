@@ -26,6 +26,7 @@ struct Shared
     std::atomic<bool> release{false};
     std::atomic<bool> returned{false};
     std::atomic<int32_t> idInside{0};
+    std::atomic<int32_t> classIdInside{0};
     std::atomic<bool> sawTermination{false};
     std::string name;  // written by the procedure before `returned`
 };
@@ -38,6 +39,7 @@ void* Cooperative(void* argument)
     CDplThread::GetCurrentThreadName(name, sizeof(name));
     shared->name = name;
     shared->idInside = DplThreading_GetThreadId();
+    shared->classIdInside = CDplThread::GetCurrentThreadId();
     shared->entered = true;
     while (!shared->thread->IsTerminationRequested())
     {
@@ -72,6 +74,7 @@ TEST(CDplThreadThreads, CooperativeProcedureStopsOnRequestAndStartsAgain)
     ASSERT_TRUE(WaitUntil([&] { return shared.entered.load() && thread.IsRunning(); }));
     EXPECT_EQ(thread.GetThreadId(), shared.idInside.load());
     EXPECT_NE(thread.GetThreadId(), DplThreading_GetThreadId());
+    EXPECT_EQ(shared.classIdInside.load(), shared.idInside.load());
     EXPECT_EQ(CDplThread::GetCurrentThreadId(), DplThreading_GetThreadId());
     EXPECT_FALSE(thread.IsTerminationRequested());
 

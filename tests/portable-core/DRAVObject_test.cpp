@@ -402,6 +402,11 @@ TEST(KVCMapTest, ContentStringListsEveryProperty)
         EXPECT_NE(text.find(line(row[0], row[1], row[2])), std::string::npos) << row[0] << "\n" << text;
     }
     EXPECT_EQ(static_cast<size_t>(std::count(text.begin(), text.end(), '\n')), map->size());
+    // The type names the listing uses, and none for types out of range.
+    EXPECT_STREQ(_DRAVPropertyTypeToString(kDRAVPropertyTypeNone), "None");
+    EXPECT_STREQ(_DRAVPropertyTypeToString(kDRAVPropertyTypeData), "Data");
+    EXPECT_STREQ(_DRAVPropertyTypeToString(9), "");
+    EXPECT_STREQ(_DRAVPropertyTypeToString(-1), "");
     EXPECT_EQ(mixer->dumps, 0);  // reading values for a listing runs no setter and no command
 
     {
@@ -460,5 +465,14 @@ TEST(DRAVObjectPairTest, SetAndGetThroughPairs)
     }
     DRAVPropertyKVPair data(kDRAVPropertyTypeData, "data");
     EXPECT_EQ(DRAVObject::GetPropertyFromObject(node, data), kDRAVResultErrNotImplemented);
+
+    // The scalar slot follows the type: other readings give zero.
+    DRAVPropertyKVPair pair = DRAVPropertyKVPair::MakeDouble("k", 2.5);
+    EXPECT_EQ(pair.GetInt(), 0);
+    EXPECT_FALSE(pair.GetBool());
+    pair.SetBool(true);
+    EXPECT_EQ(pair.type, kDRAVPropertyTypeBool);
+    EXPECT_DOUBLE_EQ(pair.GetDouble(), 0.0);
+    EXPECT_EQ(DRAVPropertyKVPair().type, kDRAVPropertyTypeNone);
 }
 }  // namespace

@@ -40,6 +40,8 @@ TEST(DplBipBuffer, FreshBufferGivesWhatItHas)
     bip.commit(0);
     EXPECT_EQ(bip.getReservationSize(), 0u);
     EXPECT_EQ(bip.getCommittedSize(), 0u);
+    bip.commit(10);  // no reservation open: nothing
+    EXPECT_EQ(bip.getCommittedSize(), 0u);
     bip.deallocate();
 }
 

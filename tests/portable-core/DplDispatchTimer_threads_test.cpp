@@ -165,6 +165,12 @@ TEST(DplDispatchTimerThreads, WorkDispatchedBeforeStopStaysSilentEvenAfterAResta
     timer.stop();
     std::deque<std::function<void()>> stale = dispatcher->Take();
     ASSERT_GE(stale.size(), 1U);
+    // Work of the stopped run stays silent while stopped, and after a restart too.
+    for (auto& work : stale)
+    {
+        work();
+    }
+    EXPECT_EQ(calls.load(), before) << "no call after stop()";
     timer.start();
     EXPECT_TRUE(timer.getRunning());
     for (auto& work : stale)
