@@ -68,36 +68,6 @@ TEST(CBarebonesSpinLockerThreads, WaitingLockGetsTheWordWhenItIsFreed)
     EXPECT_EQ(word, 0);
 }
 
-TEST(CBarebonesSpinConditionThreads, SignalWakesAWaiterThatHoldsTheLockAgain)
-{
-    CBarebonesSpinLock word = 0;
-    CBarebonesSpinCondition condition;
-    bool ready = false;  // guarded by the spin lock
-    std::atomic<int> wakeResults{-1};
-    std::thread waiter(
-        [&]
-        {
-            CBarebonesSpinLocker holder(word, true);
-            bool lastWait = false;
-            while (!ready)
-            {
-                lastWait = condition.Wait(word, DplTimeout<&DplZeroNowFunction>(kTenSeconds));
-            }
-            wakeResults = lastWait ? 1 : 0;
-        });
-    ASSERT_TRUE(WaitUntil([&] { return condition.Waiters() == 1; }));
-    {
-        CBarebonesSpinLocker holder(word, true);
-        ready = true;
-        condition.Signal();
-    }
-    waiter.join();
-    EXPECT_EQ(wakeResults.load(), 1) << "the wait ended by consuming the signal";
-    EXPECT_EQ(condition.Waiters(), 0);
-    EXPECT_EQ(condition.PendingSignals(), 0);
-    EXPECT_EQ(word, 0);
-}
-
 TEST(CBarebonesSpinConditionThreads, BroadcastWakesEveryWaiterAndSignalOnlyOne)
 {
     CBarebonesSpinLock word = 0;
@@ -112,6 +82,8 @@ TEST(CBarebonesSpinConditionThreads, BroadcastWakesEveryWaiterAndSignalOnlyOne)
                 CBarebonesSpinLocker holder(word, true);
                 if (condition.Wait(word, DplTimeout<&DplZeroNowFunction>(kTenSeconds * 3)))
                 {
+                    EXPECT_FALSE(CBarebonesSpinLocker::RawLock(&word, false))
+                        << "a woken waiter holds the lock again";
                     ++woken;
                 }
             });
@@ -129,7 +101,9 @@ TEST(CBarebonesSpinConditionThreads, BroadcastWakesEveryWaiterAndSignalOnlyOne)
         waiter.join();
     }
     EXPECT_EQ(woken.load(), 3);
+    EXPECT_EQ(condition.Waiters(), 0);
     EXPECT_EQ(condition.PendingSignals(), 0);
+    EXPECT_EQ(word, 0);
 }
 
 TEST(CBarebonesSpinConditionThreads, SignalThatComesTooLateLeavesNothingBehind)

@@ -27,57 +27,6 @@ std::vector<unsigned char> ReadAll(CDplRingBuffer& ring)
     return out;
 }
 
-TEST(CDplRingBuffer, WriteOfExactlyTheSizeWrapsToTheStartWithoutOverrun)
-{
-    CDplRingBuffer ring("ring");
-    ASSERT_TRUE(ring.Create(100));
-    bool overrun = true;
-    EXPECT_EQ(ring.Write(Bytes(100, 0).data(), 100, &overrun, false), 100);
-    EXPECT_FALSE(overrun);
-    EXPECT_EQ(ring.GetFill(), 100);
-    EXPECT_EQ(ring.GetMaxWriteSize(), 0);
-    EXPECT_EQ(ReadAll(ring), Bytes(100, 0));
-    // The next write starts at the block's start again.
-    ring.Write(Bytes(10, 50).data(), 10, &overrun, false);
-    EXPECT_EQ(ReadAll(ring), Bytes(10, 50));
-}
-
-TEST(CDplRingBuffer, WriteLongerThanTheRingKeepsTheNewestBytes)
-{
-    CDplRingBuffer ring("ring");
-    ASSERT_TRUE(ring.Create(100));
-    bool overrun = true;
-    const auto data = Bytes(250, 0);
-    EXPECT_EQ(ring.Write(data.data(), 250, &overrun, false), 100);
-    EXPECT_FALSE(overrun);  // the ring was empty: nothing unread was lost
-    EXPECT_EQ(ReadAll(ring), std::vector<unsigned char>(data.end() - 100, data.end()));
-}
-
-TEST(CDplRingBuffer, DropHalfOverAFullRingKeepsTheNewestHalf)
-{
-    CDplRingBuffer ring("ring");
-    ASSERT_TRUE(ring.Create(100));
-    bool overrun = false;
-    ring.Write(Bytes(100, 0).data(), 100, &overrun, true);
-    ASSERT_FALSE(overrun);
-    EXPECT_EQ(ring.Write(Bytes(10, 100).data(), 10, &overrun, true), 10);
-    EXPECT_TRUE(overrun);
-    EXPECT_EQ(ring.GetFill(), 50);
-    EXPECT_EQ(ReadAll(ring), Bytes(50, 60));
-}
-
-TEST(CDplRingBuffer, OverrunWithoutDropHalfKeepsTheNewestFullRing)
-{
-    CDplRingBuffer ring("ring");
-    ASSERT_TRUE(ring.Create(100));
-    bool overrun = false;
-    ring.Write(Bytes(70, 0).data(), 70, &overrun, false);
-    ring.Write(Bytes(70, 70).data(), 70, &overrun, false);
-    EXPECT_TRUE(overrun);
-    EXPECT_EQ(ring.GetFill(), 100);
-    EXPECT_EQ(ReadAll(ring), Bytes(100, 40));
-}
-
 TEST(CDplRingBuffer, DropHalfAtTheWrapPointOfAnOddRingStaysConsistent)
 {
     // 101 bytes: the write position lands just behind the wrap, and the newest

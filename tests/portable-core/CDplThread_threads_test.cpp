@@ -26,15 +26,20 @@ struct Shared
     std::atomic<bool> release{false};
     std::atomic<bool> returned{false};
     std::atomic<int32_t> idInside{0};
+    std::atomic<int32_t> classIdInside{0};
     std::atomic<bool> sawTermination{false};
     std::string name;  // written by the procedure before `returned`
 };
 
-// Ends when asked to terminate.
+// Notes its id and name, and ends when asked to terminate.
 void* Cooperative(void* argument)
 {
     auto* shared = static_cast<Shared*>(argument);
+    char name[64] = {};
+    CDplThread::GetCurrentThreadName(name, sizeof(name));
+    shared->name = name;
     shared->idInside = DplThreading_GetThreadId();
+    shared->classIdInside = CDplThread::GetCurrentThreadId();
     shared->entered = true;
     while (!shared->thread->IsTerminationRequested())
     {
@@ -55,36 +60,22 @@ void* Stubborn(void* argument)
     return nullptr;
 }
 
-void* ReadsItsName(void* argument)
-{
-    auto* shared = static_cast<Shared*>(argument);
-    char buffer[64] = {};
-    CDplThread::GetCurrentThreadName(buffer, sizeof(buffer));
-    shared->name = buffer;
-    shared->returned = true;
-    return nullptr;
-}
-
-TEST(CDplThreadThreads, NullProcedureCreatesNothing)
-{
-    CDplThread thread;
-    EXPECT_FALSE(thread.CreateThread(nullptr, nullptr, "nothing"));
-    EXPECT_FALSE(thread.IsHandleValid());
-    EXPECT_FALSE(thread.IsRunning());
-    EXPECT_EQ(thread.GetThreadId(), -1);
-}
-
-TEST(CDplThreadThreads, CooperativeProcedureStopsOnRequest)
+TEST(CDplThreadThreads, CooperativeProcedureStopsOnRequestAndStartsAgain)
 {
     Shared shared;
     CDplThread thread;
     shared.thread = &thread;
+    EXPECT_FALSE(thread.CreateThread(nullptr, nullptr, "nothing"));
+    EXPECT_FALSE(thread.IsHandleValid());
+    EXPECT_EQ(thread.GetThreadId(), -1);
     ASSERT_TRUE(thread.CreateThread(Cooperative, &shared, "cooperative"));
     EXPECT_TRUE(thread.IsHandleValid());
     EXPECT_EQ(thread.GetName(), "cooperative");
     ASSERT_TRUE(WaitUntil([&] { return shared.entered.load() && thread.IsRunning(); }));
     EXPECT_EQ(thread.GetThreadId(), shared.idInside.load());
     EXPECT_NE(thread.GetThreadId(), DplThreading_GetThreadId());
+    EXPECT_EQ(shared.classIdInside.load(), shared.idInside.load());
+    EXPECT_EQ(CDplThread::GetCurrentThreadId(), DplThreading_GetThreadId());
     EXPECT_FALSE(thread.IsTerminationRequested());
 
     EXPECT_TRUE(thread.StopThread(10000, true, false));
@@ -93,6 +84,15 @@ TEST(CDplThreadThreads, CooperativeProcedureStopsOnRequest)
     EXPECT_FALSE(thread.IsHandleValid());
     EXPECT_EQ(thread.GetThreadId(), -1);
     EXPECT_TRUE(thread.IsTerminationRequested());
+
+    Shared second;
+    second.thread = &thread;
+    ASSERT_TRUE(thread.CreateThread(Cooperative, &second, "second"));
+    EXPECT_EQ(thread.GetName(), "second");
+    ASSERT_TRUE(WaitUntil([&] { return second.entered.load(); }));
+    EXPECT_FALSE(thread.IsTerminationRequested()) << "a new start clears the request";
+    EXPECT_TRUE(thread.StopThread(10000, false, false));
+    EXPECT_TRUE(second.returned.load());
 }
 
 TEST(CDplThreadThreads, StopRightAfterCreateWaitsForTheRealEnd)
@@ -162,24 +162,6 @@ TEST(CDplThreadThreads, ReportAndProbeAThreadThatWontStop)
     EXPECT_EQ(BreakIntoDebugger_GetCallCount(), breaks + 1);
 }
 
-TEST(CDplThreadThreads, CanBeStartedAgainAfterItsThreadEnded)
-{
-    Shared first;
-    CDplThread thread;
-    first.thread = &thread;
-    ASSERT_TRUE(thread.CreateThread(Cooperative, &first, "first"));
-    ASSERT_TRUE(thread.StopThread(10000, false, false));
-
-    Shared second;
-    second.thread = &thread;
-    ASSERT_TRUE(thread.CreateThread(Cooperative, &second, "second"));
-    EXPECT_EQ(thread.GetName(), "second");
-    ASSERT_TRUE(WaitUntil([&] { return second.entered.load(); }));
-    EXPECT_FALSE(thread.IsTerminationRequested()) << "a new start clears the request";
-    EXPECT_TRUE(thread.StopThread(10000, false, false));
-    EXPECT_TRUE(second.returned.load());
-}
-
 class Observed : public CDplThread
 {
 public:
@@ -207,49 +189,22 @@ TEST(CDplThreadThreads, DeleteOnExitDeletesItselfWhenTheProcedureReturns)
     EXPECT_TRUE(WaitUntil([&] { return deletions.load() == 10; }));
 }
 
-struct SelfDeleting
-{
-    CDplThread* thread = nullptr;
-    std::atomic<bool> deleted{false};
-};
-
 void* DeletesItsObject(void* argument)
 {
-    auto* state = static_cast<SelfDeleting*>(argument);
-    delete state->thread;
-    state->deleted = true;
+    auto* shared = static_cast<Shared*>(argument);
+    delete shared->thread;
+    shared->returned = true;
     return nullptr;
 }
 
 TEST(CDplThreadThreads, ProcedureMayDeleteItsOwnObject)
 {
-    SelfDeleting state;
+    Shared state;
     state.thread = new CDplThread(false);
     ASSERT_TRUE(state.thread->CreateThread(DeletesItsObject, &state, "deleter"));
-    EXPECT_TRUE(WaitUntil([&] { return state.deleted.load(); }));
+    EXPECT_TRUE(WaitUntil([&] { return state.returned.load(); }));
     // Give the thread time to finish; the sanitizers see any touch of the freed object.
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
-}
-
-TEST(CDplThreadThreads, DestructorWaitsForAThreadThatIgnoresTermination)
-{
-    Shared shared;
-    auto thread = std::make_unique<CDplThread>();
-    shared.thread = thread.get();
-    ASSERT_TRUE(thread->CreateThread(Stubborn, &shared, "late"));
-    ASSERT_TRUE(WaitUntil([&] { return shared.entered.load(); }));
-    std::thread releaser(
-        [&]
-        {
-            std::this_thread::sleep_for(std::chrono::milliseconds(300));
-            shared.release = true;
-        });
-    const steady_clock::time_point start = steady_clock::now();
-    thread.reset();
-    EXPECT_GE(SecondsSince(start), 0.2);
-    EXPECT_TRUE(shared.returned.load()) << "destroyed only after its thread ended";
-    EXPECT_TRUE(shared.sawTermination.load()) << "the destructor asked it to end";
-    releaser.join();
 }
 
 TEST(CDplThreadThreads, DestructorWarnsAfterTenSecondsAndWaitsOn)
@@ -281,7 +236,8 @@ TEST(CDplThreadThreads, ThreadNamesAreCutToFifteenBytes)
 {
     Shared shared;
     CDplThread thread;
-    ASSERT_TRUE(thread.CreateThread(ReadsItsName, &shared, "a-name-well-beyond-fifteen"));
+    shared.thread = &thread;
+    ASSERT_TRUE(thread.CreateThread(Cooperative, &shared, "a-name-well-beyond-fifteen"));
     ASSERT_TRUE(thread.StopThread(10000, false, false));
     EXPECT_EQ(shared.name, "a-name-well-bey");
     EXPECT_EQ(thread.GetName(), "a-name-well-beyond-fifteen") << "kept as given";
@@ -312,13 +268,4 @@ TEST(CDplThreadThreads, ThreadNamesAreCutToFifteenBytes)
     other.join();
 }
 
-TEST(CDplThreadThreads, ThreadIdsDifferBetweenThreads)
-{
-    std::atomic<int32_t> otherId{0};
-    std::thread other([&] { otherId = CDplThread::GetCurrentThreadId(); });
-    other.join();
-    EXPECT_GT(otherId.load(), 0);
-    EXPECT_NE(otherId.load(), CDplThread::GetCurrentThreadId());
-    EXPECT_EQ(CDplThread::GetCurrentThreadId(), DplThreading_GetThreadId());
-}
 }  // namespace

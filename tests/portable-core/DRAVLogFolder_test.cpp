@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -26,15 +28,8 @@ void MakeFile(const PortableCoreTestFolder& folder, const std::string& name, con
 
 std::string Content(const PortableCoreTestFolder& folder, const std::string& name)
 {
-    std::string text;
-    if (FILE* f = fopen(folder.Child(name).c_str(), "rb"))
-    {
-        char buffer[128];
-        const size_t got = fread(buffer, 1, sizeof(buffer), f);
-        text.assign(buffer, got);
-        fclose(f);
-    }
-    return text;
+    std::ifstream in(folder.Child(name), std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 std::vector<std::string> Names(const PortableCoreTestFolder& folder)
@@ -111,6 +106,19 @@ TEST(DRAVLogFolder, RenameNumbersNewestFirst)
     EXPECT_EQ(Content(folder, "readme.txt"), "foreign");
 }
 
+TEST(DRAVLogFolder, LeftoversOfAnInterruptedRotationAreNeverOverwritten)
+{
+    PortableCoreTestFolder folder;
+    MakeFile(folder, "Trace.log", "new", kBase);
+    MakeFile(folder, "Trace01.log", "old", kBase - 10);
+    MakeFile(folder, "Trace02.log_TEMP", "left over", kBase - 20);
+    DRAVLog_RenameOldLogFiles(folder.Path());
+    EXPECT_EQ(Content(folder, "Trace01.log"), "new");
+    EXPECT_EQ(Content(folder, "Trace02.log"), "old");
+    EXPECT_EQ(Content(folder, "Trace02.log_TEMP"), "left over");
+    EXPECT_EQ(Names(folder), (std::vector<std::string>{"Trace01.log", "Trace02.log", "Trace02.log_TEMP"}));
+}
+
 TEST(DRAVLogFolder, TwelveLogsReachTwoDigitsWithoutPadding)
 {
     PortableCoreTestFolder folder;
@@ -156,10 +164,7 @@ TEST(DRAVLogFolder, InitCreatesTheFolderOrRotates)
 
     for (int n = 0; n < 11; ++n)
     {
-        const std::string path = logs + "/" + LogName(n);
-        ASSERT_TRUE(DplFile_WriteTextToFile(path.c_str(), std::to_string(n).c_str()));
-        const timespec times[2] = {{kBase - n, 0}, {kBase - n, 0}};
-        ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+        MakeFile(folder, std::string("a/b/Logs/") + LogName(n), std::to_string(n), kBase - n);
     }
     DRAVLog::DRAVInitLogFile(logs, LOG_FILENAME, 10);
     std::vector<std::string> names;
@@ -169,21 +174,5 @@ TEST(DRAVLogFolder, InitCreatesTheFolderOrRotates)
     EXPECT_EQ(names.front(), "Trace01.log");
     EXPECT_EQ(names.back(), "Trace09.log");
     EXPECT_FALSE(DplFile_ItemExists(logs + "/Trace.log")) << "free for the new session";
-}
-}  // namespace
-
-namespace
-{
-TEST(DRAVLogFolder, LeftoversOfAnInterruptedRotationAreNeverOverwritten)
-{
-    PortableCoreTestFolder folder;
-    MakeFile(folder, "Trace.log", "new", kBase);
-    MakeFile(folder, "Trace01.log", "old", kBase - 10);
-    MakeFile(folder, "Trace02.log_TEMP", "left over", kBase - 20);
-    DRAVLog_RenameOldLogFiles(folder.Path());
-    EXPECT_EQ(Content(folder, "Trace01.log"), "new");
-    EXPECT_EQ(Content(folder, "Trace02.log"), "old");
-    EXPECT_EQ(Content(folder, "Trace02.log_TEMP"), "left over");
-    EXPECT_EQ(Names(folder), (std::vector<std::string>{"Trace01.log", "Trace02.log", "Trace02.log_TEMP"}));
 }
 }  // namespace

@@ -69,7 +69,7 @@ public:
     }
 };
 
-TEST(DRAVObjectThreadsTest, ConcurrentFirstUseBuildsEachClassMapOnce)
+TEST(DRAVObjectThreadsTest, ConcurrentFirstUseBuildsEachClassMapOnceAndIdsStayDistinct)
 {
     constexpr int kThreads = 8;
     std::latch start(kThreads);
@@ -78,6 +78,7 @@ TEST(DRAVObjectThreadsTest, ConcurrentFirstUseBuildsEachClassMapOnce)
     std::vector<size_t> baseSizes(kThreads, 0);
     std::vector<size_t> derivedSizes(kThreads, 0);
     std::vector<int64_t> frames(kThreads, -1);
+    std::vector<std::vector<std::string>> ids(kThreads);
     std::vector<std::thread> threads;
     for (int i = 0; i < kThreads; ++i)
     {
@@ -102,6 +103,10 @@ TEST(DRAVObjectThreadsTest, ConcurrentFirstUseBuildsEachClassMapOnce)
                 LateDerived object;
                 object.SetIntProperty(kPropertyAudioBufferSizeFrameCount, 100 + i);
                 frames[i] = object.GetIntProperty(kPropertyAudioBufferSizeFrameCount);
+                for (int n = 0; n < 200; ++n)
+                {
+                    ids[i].push_back(std::make_shared<DRAVObject>("o")->GetObjectID());
+                }
             });
     }
     for (std::thread& thread : threads)
@@ -120,6 +125,13 @@ TEST(DRAVObjectThreadsTest, ConcurrentFirstUseBuildsEachClassMapOnce)
     }
     EXPECT_EQ(derivedMaps[0]->Find(kPropertyAudioBufferSizeFrameCount),
               baseMaps[0]->Find(kPropertyAudioBufferSizeFrameCount));
+    // Objects made on many threads at once have distinct ids.
+    std::set<std::string> all;
+    for (const auto& list : ids)
+    {
+        all.insert(list.begin(), list.end());
+    }
+    EXPECT_EQ(all.size(), static_cast<size_t>(kThreads * 200));
 }
 
 // Thread-safe tally of what it is told.
@@ -258,20 +270,11 @@ TEST(DRAVObjectThreadsTest, DelegateFunctionSwappedWhileNotifying)
             }
             done = true;
         });
-    bool useFirst = true;
-    while (!done)
+    for (bool useFirst = true; !done; useFirst = !useFirst)
     {
-        if (useFirst)
-        {
-            delegate->SetCallback(
-                [&](void*, const std::string&, DRAVPropertyKVPair, KVCProperty*) { ++firstCalls; }, nullptr);
-        }
-        else
-        {
-            delegate->SetCallback(
-                [&](void*, const std::string&, DRAVPropertyKVPair, KVCProperty*) { ++secondCalls; }, nullptr);
-        }
-        useFirst = !useFirst;
+        std::atomic<int>& target = useFirst ? firstCalls : secondCalls;
+        delegate->SetCallback(
+            [&target](void*, const std::string&, DRAVPropertyKVPair, KVCProperty*) { ++target; }, nullptr);
         std::this_thread::yield();
     }
     setter.join();
@@ -352,32 +355,4 @@ TEST(DRAVObjectThreadsTest, ObserverListStaysLockedForTheWholeWalk)
     EXPECT_FALSE(node->HasObserver(kPropertyNodeGain));
 }
 
-TEST(DRAVObjectThreadsTest, ObjectsMadeOnManyThreadsHaveDistinctIds)
-{
-    constexpr int kThreads = 4;
-    constexpr int kEach = 200;
-    std::vector<std::vector<std::string>> ids(kThreads);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t)
-    {
-        threads.emplace_back(
-            [&, t]
-            {
-                for (int i = 0; i < kEach; ++i)
-                {
-                    ids[t].push_back(std::make_shared<DRAVObject>("o")->GetObjectID());
-                }
-            });
-    }
-    for (std::thread& thread : threads)
-    {
-        thread.join();
-    }
-    std::set<std::string> all;
-    for (const auto& list : ids)
-    {
-        all.insert(list.begin(), list.end());
-    }
-    EXPECT_EQ(all.size(), static_cast<size_t>(kThreads * kEach));
-}
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -10,55 +11,36 @@
 
 namespace
 {
-// Collects the library's log lines while it lives, then puts the former
-// handler back.
+// The library's log lines with their levels; the former handler comes back at the end.
 class ScopedLogCapture
 {
 public:
-    ScopedLogCapture()
-    {
-        former_ = DRAVSetLogHandler([this](eDbgPrintLevel level, const std::string& line)
-                                    { lines_.emplace_back(level, line); });
-    }
     ~ScopedLogCapture() { DRAVSetLogHandler(std::move(former_)); }
-    ScopedLogCapture(const ScopedLogCapture&) = delete;
-    ScopedLogCapture& operator=(const ScopedLogCapture&) = delete;
-
-    const std::vector<std::pair<eDbgPrintLevel, std::string>>& Lines() const { return lines_; }
+    std::vector<std::pair<eDbgPrintLevel, std::string>> lines;
 
 private:
-    DRAVLogHandler former_;
-    std::vector<std::pair<eDbgPrintLevel, std::string>> lines_;
+    DRAVLogHandler former_ = DRAVSetLogHandler([this](eDbgPrintLevel level, const std::string& line)
+                                               { lines.emplace_back(level, line); });
 };
 
 TEST(DRAVResultTest, CodeTableTexts)
 {
-    const std::vector<std::pair<int, const char*>> table = {
-        {4, "OkButIncomplete"},
-        {3, "OkFileNotFound"},
-        {2, "OkNoDataChanged"},
-        {1, "Ok"},
-        {0, "ErrCustom"},
-        {-1, "ErrUnknown"},
-        {-2, "ErrNullPointer"},
-        {-3, "ErrNotImplemented"},
-        {-4, "ErrInvalidCast"},
-        {-5, "ErrNotInitialized"},
-        {-6, "ErrInsufficientMemory"},
-        {-7, "ErrInvalidState"},
-        {-8, "ErrInvalidParameter"},
-        {-9, "ErrInvalidFormat"},
-        {-10, "ErrEncoder"},
-        {-11, "ErrVideoScaler"},
-        {-12, "ErrNoData"},
-        {-13, "ErrNotFound"},
-        {-14, "ErrConversionFailed"},
-        {-15, "ErrTimeOut"},
-        {-100, "ErrCouldNotOpenFile"},
-        {-101, "ErrInvalidPath"},
-        {-200, "ErrUnknownUnit"},
-        {-300, "ErrInvalidOperation"},
-    };
+    // Codes 4 down to -15 in order, then the sparse ones.
+    std::istringstream dense(
+        "OkButIncomplete OkFileNotFound OkNoDataChanged Ok ErrCustom ErrUnknown ErrNullPointer "
+        "ErrNotImplemented ErrInvalidCast ErrNotInitialized ErrInsufficientMemory ErrInvalidState "
+        "ErrInvalidParameter "
+        "ErrInvalidFormat ErrEncoder ErrVideoScaler ErrNoData ErrNotFound ErrConversionFailed ErrTimeOut");
+    std::vector<std::pair<int, std::string>> table = {{-100, "ErrCouldNotOpenFile"},
+                                                      {-101, "ErrInvalidPath"},
+                                                      {-200, "ErrUnknownUnit"},
+                                                      {-300, "ErrInvalidOperation"}};
+    int next = 4;
+    for (std::string name; dense >> name; --next)
+    {
+        table.emplace_back(next, name);
+    }
+    ASSERT_EQ(table.size(), 24u);
     for (const auto& [code, text] : table)
     {
         EXPECT_EQ(DRAVResult::GetResultCodeString(code), text) << code;
@@ -98,7 +80,7 @@ TEST(DRAVResultTest, SucceededFollowsSignAndCustomFields)
     EXPECT_EQ(custom.GetCustomValue(), 2);
 }
 
-TEST(DRAVResultTest, ComparisonWithResultAndWithCode)
+TEST(DRAVResultTest, ComparisonAndAssignment)
 {
     EXPECT_FALSE(DRAVResult(2) == 1);
     EXPECT_TRUE(DRAVResult(2) != 1);
@@ -112,10 +94,8 @@ TEST(DRAVResultTest, ComparisonWithResultAndWithCode)
     EXPECT_TRUE(DRAVResult(kDRAVResultCustomTypeIOKit, 0) != DRAVResult(kDRAVResultCustomTypeVideo, 0));
     // Compared with a code, the custom fields don't count.
     EXPECT_TRUE(DRAVResult(kDRAVResultCustomTypeIOKit, 2) == 0);
-}
 
-TEST(DRAVResultTest, AssignmentOfCodeKeepsMessageAndValue)
-{
+    // Assigning a code keeps message and value.
     DRAVResult result(kDRAVResultCustomTypeIOKit, 7, "device %d", 3);
     result = kDRAVResultErrTimeOut;
     EXPECT_EQ(result.GetCode(), kDRAVResultErrTimeOut);
@@ -150,7 +130,7 @@ TEST(DRAVResultTest, TextsAndMessages)
     EXPECT_EQ(DRAVResult(-8, "bad %s %d", "value", 42).GetMessage(), "bad value 42");
 }
 
-TEST(DRAVResultTest, MessageIsCutAt511Characters)
+TEST(DRAVResultTest, MessagesAndLoggedTextsAreCutAt511Characters)
 {
     const std::string longText(600, 'x');
     DRAVResult result(kDRAVResultErrInvalidParameter);
@@ -162,43 +142,35 @@ TEST(DRAVResultTest, MessageIsCutAt511Characters)
 
     const DRAVResult custom(kDRAVResultCustomTypeIOKit, 1, "%s", longText.c_str());
     EXPECT_EQ(custom.GetMessage().size(), 511u);
+
+    ScopedLogCapture capture;
+    DRAVResult(kDRAVResultErrUnknown).LogError("%s", std::string(700, 'y').c_str());
+    ASSERT_EQ(capture.lines.size(), 1u);
+    EXPECT_EQ(capture.lines[0].second, std::string(511, 'y') + " (DRAVResult -1: ErrUnknown)");
 }
 
-TEST(DRAVResultTest, LogErrorIsSilentOnSuccessAndComposesOnFailure)
+TEST(DRAVResultTest, LogErrorIsSilentOnSuccessButLogWritesAlways)
 {
     ScopedLogCapture capture;
     DRAVResult(kDRAVResultOk).LogError("<%s> never logged", "unit");
     DRAVResult(kDRAVResultCustomTypeIOKit, 0).LogError("never logged either");
-    EXPECT_TRUE(capture.Lines().empty());
+    EXPECT_TRUE(capture.lines.empty());
 
     DRAVResult(kDRAVResultErrNotFound).LogError("<%s> Set child unit <%s> failed.", "mixer", "meter");
     DRAVResult(kDRAVResultErrInvalidState, "state was %d", 2).LogError("Start");
     DRAVResult(kDRAVResultCustomTypeIOKit, 2, "stalled").LogError("Firmware");
-    ASSERT_EQ(capture.Lines().size(), 3u);
-    EXPECT_EQ(capture.Lines()[0].first, kDbgPrintLevelError);
-    EXPECT_EQ(capture.Lines()[0].second,
+    ASSERT_EQ(capture.lines.size(), 3u);
+    EXPECT_EQ(capture.lines[0].first, kDbgPrintLevelError);
+    EXPECT_EQ(capture.lines[0].second,
               "<mixer> Set child unit <meter> failed. (DRAVResult -13: ErrNotFound)");
-    EXPECT_EQ(capture.Lines()[1].second, "Start (state was 2)");
-    EXPECT_EQ(capture.Lines()[2].second, "Firmware (stalled)");
-}
+    EXPECT_EQ(capture.lines[1].second, "Start (state was 2)");
+    EXPECT_EQ(capture.lines[2].second, "Firmware (stalled)");
 
-TEST(DRAVResultTest, LogWritesWhetherOrNotTheResultSucceeded)
-{
-    ScopedLogCapture capture;
     DRAVResult(kDRAVResultOkNoDataChanged).Log("saved %d", 3);
     DRAVResult(kDRAVResultErrNoData).Log("loaded");
-    ASSERT_EQ(capture.Lines().size(), 2u);
-    EXPECT_EQ(capture.Lines()[0].second, "saved 3 (DRAVResult 2: OkNoDataChanged)");
-    EXPECT_EQ(capture.Lines()[1].second, "loaded (DRAVResult -12: ErrNoData)");
-    EXPECT_EQ(capture.Lines()[1].first, kDbgPrintLevelError);
-}
-
-TEST(DRAVResultTest, LoggedTextIsCutAt511Characters)
-{
-    ScopedLogCapture capture;
-    const std::string longText(700, 'y');
-    DRAVResult(kDRAVResultErrUnknown).LogError("%s", longText.c_str());
-    ASSERT_EQ(capture.Lines().size(), 1u);
-    EXPECT_EQ(capture.Lines()[0].second, std::string(511, 'y') + " (DRAVResult -1: ErrUnknown)");
+    ASSERT_EQ(capture.lines.size(), 5u);
+    EXPECT_EQ(capture.lines[3].second, "saved 3 (DRAVResult 2: OkNoDataChanged)");
+    EXPECT_EQ(capture.lines[4].second, "loaded (DRAVResult -12: ErrNoData)");
+    EXPECT_EQ(capture.lines[4].first, kDbgPrintLevelError);
 }
 }  // namespace

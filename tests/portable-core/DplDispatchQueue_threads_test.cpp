@@ -31,13 +31,15 @@ struct Gate
     }
 };
 
-TEST(DplDispatchQueueThreads, OneWorkerRunsTasksInDispatchOrder)
+TEST(DplDispatchQueueThreads, OneNamedWorkerRunsTasksInDispatchOrder)
 {
     std::mutex mutex;
     std::vector<int> order;
     std::atomic<int> done{0};
-    DplDispatchQueue queue("order", 1);  // last, so it is destroyed first
+    std::string name;
+    bool onWorker = false;
     constexpr int kTasks = 200;
+    DplDispatchQueue queue("a-rather-long-queue-name", 1);  // last, so it is destroyed first
     for (int i = 0; i < kTasks; ++i)
     {
         queue.dispatch(
@@ -45,33 +47,29 @@ TEST(DplDispatchQueueThreads, OneWorkerRunsTasksInDispatchOrder)
             {
                 std::lock_guard lock(mutex);
                 order.push_back(i);
+                if (i == kTasks - 1)
+                {
+                    char buffer[32] = {};
+                    pthread_getname_np(pthread_self(), buffer, sizeof(buffer));
+                    name = buffer;
+                    onWorker = queue.isCurrentWorker();
+                    queue.dispatch(  // a task may dispatch to its own queue
+                        [&]
+                        {
+                            std::lock_guard inner(mutex);
+                            order.push_back(kTasks);
+                            ++done;
+                        });
+                }
                 ++done;
             });
     }
-    ASSERT_TRUE(WaitUntil([&] { return done.load() == kTasks; }));
+    ASSERT_TRUE(WaitUntil([&] { return done.load() == kTasks + 1; }));
     std::lock_guard lock(mutex);
-    for (int i = 0; i < kTasks; ++i)
+    for (int i = 0; i <= kTasks; ++i)
     {
         ASSERT_EQ(order[i], i);
     }
-}
-
-TEST(DplDispatchQueueThreads, TasksRunOnWorkersNamedAfterTheQueue)
-{
-    std::atomic<bool> done{false};
-    std::string name;
-    bool onWorker = false;
-    DplDispatchQueue queue("a-rather-long-queue-name", 1);
-    queue.dispatch(
-        [&]
-        {
-            char buffer[32] = {};
-            pthread_getname_np(pthread_self(), buffer, sizeof(buffer));
-            name = buffer;
-            onWorker = queue.isCurrentWorker();
-            done = true;
-        });
-    ASSERT_TRUE(WaitUntil([&] { return done.load(); }));
     EXPECT_EQ(name, "a-rather-long-q");
     EXPECT_TRUE(onWorker);
     EXPECT_FALSE(queue.isCurrentWorker());
@@ -165,81 +163,52 @@ TEST(DplDispatchQueueThreads, DestructionFromAnotherThreadJoinsEveryWorker)
     }
 }
 
-TEST(DplDispatchQueueThreads, DestructionFromInsideOwnTaskLetsTheWorkerEnd)
+TEST(DplDispatchQueueThreads, DestructionFromInsideOwnTaskLetsTheWorkersEnd)
 {
-    auto queue = std::make_shared<DplDispatchQueue>("self-destroy", 1);
-    std::weak_ptr<DplDispatchQueue> watcher = queue;
-    auto token = std::make_shared<int>(0);
-    std::atomic<bool> afterDestruction{false};
-    std::atomic<int> laterRan{0};
-    Gate gate;
-
-    auto holder = std::make_shared<std::shared_ptr<DplDispatchQueue>>(queue);
-    queue->dispatch(
-        [holder, &afterDestruction, &gate]
-        {
-            gate.PassWhenOpen();
-            holder->reset();  // the last owner goes away on the queue's own worker
-            afterDestruction = true;
-        });
-    for (int i = 0; i < 5; ++i)
+    for (const int workers : {1, 3})
     {
-        queue->dispatch([&laterRan, token] { ++laterRan; });
-    }
-    queue.reset();
-    holder.reset();
-    ASSERT_TRUE(WaitUntil([&] { return gate.entered.load(); }));
-    gate.open = true;
+        SCOPED_TRACE(workers);
+        auto queue = std::make_shared<DplDispatchQueue>("self-destroy", workers);
+        std::weak_ptr<DplDispatchQueue> watcher = queue;
+        auto token = std::make_shared<int>(0);
+        std::atomic<bool> afterDestruction{false};
+        std::atomic<int> laterRan{0};
+        Gate gate;
 
-    ASSERT_TRUE(WaitUntil([&] { return afterDestruction.load(); }));
-    EXPECT_TRUE(watcher.expired());
-    // The worker ends by itself and frees the queue's state, tasks included.
-    EXPECT_TRUE(WaitUntil([&] { return token.use_count() == 1; }));
-    EXPECT_EQ(laterRan.load(), 0);
-}
-
-TEST(DplDispatchQueueThreads, DestructionFromOwnWorkerWithSeveralWorkers)
-{
-    auto holder =
-        std::make_shared<std::unique_ptr<DplDispatchQueue>>(std::make_unique<DplDispatchQueue>("multi", 3));
-    std::atomic<bool> destroyed{false};
-    std::atomic<int> others{0};
-    for (int i = 0; i < 6; ++i)
-    {
-        (*holder)->dispatch(
-            [&others]
+        auto holder = std::make_shared<std::shared_ptr<DplDispatchQueue>>(queue);
+        queue->dispatch(
+            [holder, &afterDestruction, &gate]
             {
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
-                ++others;
+                gate.PassWhenOpen();
+                holder->reset();  // the last owner goes away on one of the queue's own workers
+                afterDestruction = true;
             });
-    }
-    (*holder)->dispatch(
-        [holder, &destroyed]
+        for (int i = 0; i < 6; ++i)
         {
-            holder->reset();
-            destroyed = true;
-        });
-    holder.reset();
-    ASSERT_TRUE(WaitUntil([&] { return destroyed.load(); }));
-    const int settled = others.load();
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_EQ(others.load(), settled);
-}
-
-TEST(DplDispatchQueueThreads, ATaskMayDispatchToItsOwnQueue)
-{
-    std::atomic<int> depth{0};
-    std::function<void()> step;
-    DplDispatchQueue queue("reentrant", 1);
-    step = [&]
-    {
-        if (++depth < 5)
-        {
-            queue.dispatch(step);
+            queue->dispatch(
+                [&laterRan, token]
+                {
+                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                    ++laterRan;
+                });
         }
-    };
-    queue.dispatch(step);
-    EXPECT_TRUE(WaitUntil([&] { return depth.load() == 5; }));
+        queue.reset();
+        holder.reset();
+        ASSERT_TRUE(WaitUntil([&] { return gate.entered.load(); }));
+        gate.open = true;
+
+        ASSERT_TRUE(WaitUntil([&] { return afterDestruction.load(); }));
+        EXPECT_TRUE(watcher.expired());
+        // The workers end by themselves and free the queue's state, tasks included.
+        EXPECT_TRUE(WaitUntil([&] { return token.use_count() == 1; }));
+        const int settled = laterRan.load();
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_EQ(laterRan.load(), settled) << "nothing runs once the state is freed";
+        if (workers == 1)
+        {
+            EXPECT_EQ(settled, 0) << "the one worker was busy with the destroying task";
+        }
+    }
 }
 
 TEST(DplDispatchQueueThreads, WithoutWorkersNothingEverRuns)

@@ -21,11 +21,7 @@ using threads_test::WaitUntil;
 class ManualDispatcher : public DplDispatching
 {
 public:
-    void dispatch(const std::function<void()>& work) override
-    {
-        std::lock_guard lock(mutex_);
-        work_.push_back(work);
-    }
+    void dispatch(const std::function<void()>& work) override { dispatch(std::function<void()>(work)); }
     void dispatch(std::function<void()>&& work) override
     {
         std::lock_guard lock(mutex_);
@@ -59,70 +55,64 @@ private:
     std::deque<std::function<void()>> work_;
 };
 
-TEST(DplDispatchTimerThreads, FirstCallComesOneIntervalAfterStart)
+TEST(DplDispatchTimerThreads, EveryStartWaitsOneIntervalAndAOneShotFiresOnce)
 {
-    auto queue = std::make_shared<DplDispatchQueue>("timer-first", 1);
-    std::atomic<int64_t> firstCallNs{-1};
-    const steady_clock::time_point start = steady_clock::now();
+    auto queue = std::make_shared<DplDispatchQueue>("timer-interval", 1);
+    const steady_clock::time_point origin = steady_clock::now();
+    auto sinceOrigin = [&] { return SecondsSince(origin); };
+    std::atomic<double> lastCall{-1.0};
+    std::atomic<int> calls{0};
     DplDispatchTimer timer(
-        queue, 0.3f,
+        queue, 0.25f,
         [&]
         {
-            int64_t expected = -1;
-            firstCallNs.compare_exchange_strong(
-                expected,
-                std::chrono::duration_cast<std::chrono::nanoseconds>(steady_clock::now() - start).count());
-        });
+            lastCall = sinceOrigin();
+            ++calls;
+        },
+        false);
     EXPECT_TRUE(timer.getRunning());
-    ASSERT_TRUE(WaitUntil([&] { return firstCallNs.load() >= 0; }));
-    EXPECT_GE(firstCallNs.load(), 300000000) << "not at once: one whole interval first";
-    timer.stop();
+    ASSERT_TRUE(WaitUntil([&] { return calls.load() == 1 && !timer.getRunning(); }));
+    EXPECT_GE(lastCall.load(), 0.25) << "not at once: one whole interval first";
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_EQ(calls.load(), 1) << "a one-shot fires once";
+
+    const double restart = sinceOrigin();
+    timer.start();
+    ASSERT_TRUE(WaitUntil([&] { return calls.load() == 2; }));
+    EXPECT_GE(lastCall.load() - restart, 0.25);
+    EXPECT_TRUE(WaitUntil([&] { return !timer.getRunning(); }));
+
+    // start() on a running timer restarts it: still one interval before the call.
+    timer.start();
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    const double again = sinceOrigin();
+    timer.start();
+    ASSERT_TRUE(WaitUntil([&] { return calls.load() == 3; }));
+    EXPECT_GE(lastCall.load() - again, 0.25);
 }
 
-TEST(DplDispatchTimerThreads, CallbackRunsOnTheDispatcherRepeatedly)
+TEST(DplDispatchTimerThreads, NotStartedUntilAskedThenRunsOnTheDispatcherRepeatedly)
 {
     auto queue = std::make_shared<DplDispatchQueue>("timer-repeat", 1);
     std::atomic<int> calls{0};
     std::atomic<int> offWorker{0};
-    DplDispatchTimer timer(queue, 0.01f,
-                           [&]
-                           {
-                               if (!queue->isCurrentWorker())
-                               {
-                                   ++offWorker;
-                               }
-                               ++calls;
-                           });
-    EXPECT_TRUE(WaitUntil([&] { return calls.load() >= 3; }));
-    timer.stop();
-    EXPECT_EQ(offWorker.load(), 0);
-    EXPECT_FALSE(timer.getRunning());
-}
-
-TEST(DplDispatchTimerThreads, OneShotFiresOnceThenStopsRunning)
-{
-    auto queue = std::make_shared<DplDispatchQueue>("timer-once", 1);
-    std::atomic<int> calls{0};
     DplDispatchTimer timer(
-        queue, 0.05f, [&] { ++calls; }, false);
-    ASSERT_TRUE(WaitUntil([&] { return calls.load() == 1; }));
-    EXPECT_TRUE(WaitUntil([&] { return !timer.getRunning(); }));
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    EXPECT_EQ(calls.load(), 1);
-}
-
-TEST(DplDispatchTimerThreads, NotStartedUntilAsked)
-{
-    auto queue = std::make_shared<DplDispatchQueue>("timer-later", 1);
-    std::atomic<int> calls{0};
-    DplDispatchTimer timer(
-        queue, 0.01f, [&] { ++calls; }, true, false);
+        queue, 0.01f,
+        [&]
+        {
+            offWorker += queue->isCurrentWorker() ? 0 : 1;
+            ++calls;
+        },
+        true, false);
     EXPECT_FALSE(timer.getRunning());
     timer.stop();  // nothing to stop
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     EXPECT_EQ(calls.load(), 0);
     timer.start();
-    EXPECT_TRUE(WaitUntil([&] { return calls.load() >= 1; }));
+    EXPECT_TRUE(WaitUntil([&] { return calls.load() >= 3; }));
+    timer.stop();
+    EXPECT_EQ(offWorker.load(), 0);
+    EXPECT_FALSE(timer.getRunning());
 }
 
 TEST(DplDispatchTimerThreads, StopDuringTheWaitReturnsPromptlyWithoutACall)
@@ -137,23 +127,6 @@ TEST(DplDispatchTimerThreads, StopDuringTheWaitReturnsPromptlyWithoutACall)
     EXPECT_FALSE(timer.getRunning());
     dispatcher->RunAll();
     EXPECT_EQ(calls.load(), 0);
-}
-
-TEST(DplDispatchTimerThreads, WorkDispatchedBeforeStopDoesNothingAfterIt)
-{
-    auto dispatcher = std::make_shared<ManualDispatcher>();
-    std::atomic<int> calls{0};
-    DplDispatchTimer timer(dispatcher, 0.01f, [&] { ++calls; });
-    ASSERT_TRUE(WaitUntil([&] { return dispatcher->Pending() >= 2; }));
-    // Positive control: what is dispatched calls the callback while running.
-    ASSERT_GE(dispatcher->RunAll(), 2U);
-    const int before = calls.load();
-    EXPECT_GE(before, 2);
-
-    ASSERT_TRUE(WaitUntil([&] { return dispatcher->Pending() >= 1; }));
-    timer.stop();
-    EXPECT_GE(dispatcher->RunAll(), 1U);
-    EXPECT_EQ(calls.load(), before) << "no call after stop()";
 }
 
 TEST(DplDispatchTimerThreads, StopWaitsForACallInProgressOnAnotherThread)
@@ -177,67 +150,43 @@ TEST(DplDispatchTimerThreads, StopWaitsForACallInProgressOnAnotherThread)
     EXPECT_EQ(calls.load(), settled);
 }
 
-TEST(DplDispatchTimerThreads, RestartAfterStopBeginsAfresh)
+TEST(DplDispatchTimerThreads, WorkDispatchedBeforeStopStaysSilentEvenAfterARestart)
 {
     auto dispatcher = std::make_shared<ManualDispatcher>();
     std::atomic<int> calls{0};
     DplDispatchTimer timer(dispatcher, 0.01f, [&] { ++calls; });
+    ASSERT_TRUE(WaitUntil([&] { return dispatcher->Pending() >= 2; }));
+    // Positive control: what is dispatched calls the callback while running.
+    ASSERT_GE(dispatcher->RunAll(), 2U);
+    const int before = calls.load();
+    EXPECT_GE(before, 2);
+
     ASSERT_TRUE(WaitUntil([&] { return dispatcher->Pending() >= 1; }));
     timer.stop();
     std::deque<std::function<void()>> stale = dispatcher->Take();
     ASSERT_GE(stale.size(), 1U);
-
-    timer.start();
-    EXPECT_TRUE(timer.getRunning());
-    // Work of the stopped run stays silent even though the timer runs again.
+    // Work of the stopped run stays silent while stopped, and after a restart too.
     for (auto& work : stale)
     {
         work();
     }
-    EXPECT_EQ(calls.load(), 0);
+    EXPECT_EQ(calls.load(), before) << "no call after stop()";
+    timer.start();
+    EXPECT_TRUE(timer.getRunning());
+    for (auto& work : stale)
+    {
+        work();
+    }
+    EXPECT_EQ(calls.load(), before) << "no call from work of a stopped run";
     // The new run calls as usual.
     EXPECT_TRUE(WaitUntil(
         [&]
         {
             dispatcher->RunAll();
-            return calls.load() >= 2;
+            return calls.load() >= before + 2;
         }));
     timer.stop();
     EXPECT_FALSE(timer.getRunning());
-}
-
-TEST(DplDispatchTimerThreads, RestartWaitsAFullIntervalAgain)
-{
-    auto queue = std::make_shared<DplDispatchQueue>("timer-restart", 1);
-    std::atomic<int> calls{0};
-    DplDispatchTimer timer(
-        queue, 0.25f, [&] { ++calls; }, false);
-    ASSERT_TRUE(WaitUntil([&] { return calls.load() == 1 && !timer.getRunning(); }));
-
-    const steady_clock::time_point restart = steady_clock::now();
-    std::atomic<int64_t> secondCallNs{-1};
-    timer.start();
-    ASSERT_TRUE(WaitUntil(
-        [&]
-        {
-            if (calls.load() == 2 && secondCallNs.load() < 0)
-            {
-                secondCallNs =
-                    std::chrono::duration_cast<std::chrono::nanoseconds>(steady_clock::now() - restart)
-                        .count();
-            }
-            return calls.load() == 2;
-        }));
-    EXPECT_GE(secondCallNs.load(), 250000000);
-    EXPECT_TRUE(WaitUntil([&] { return !timer.getRunning(); }));
-
-    // start() on a running timer restarts it: still one interval before the call.
-    timer.start();
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    const steady_clock::time_point again = steady_clock::now();
-    timer.start();
-    ASSERT_TRUE(WaitUntil([&] { return calls.load() == 3; }));
-    EXPECT_GE(SecondsSince(again), 0.25);
 }
 
 TEST(DplDispatchTimerThreads, WithoutDispatcherOrCallbackNothingStarts)

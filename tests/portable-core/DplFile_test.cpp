@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -16,56 +18,25 @@ namespace
 {
 std::string ReadText(const std::string& path)
 {
-    std::string text;
-    if (FILE* f = fopen(path.c_str(), "rb"))
-    {
-        char buffer[256];
-        size_t got = 0;
-        while ((got = fread(buffer, 1, sizeof(buffer), f)) > 0)
-        {
-            text.append(buffer, got);
-        }
-        fclose(f);
-    }
-    return text;
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-// Sets an environment variable for one scope and puts the former value back.
+// Sets (or with null, clears) an environment variable for one scope and puts the former value back.
 class ScopedEnv
 {
 public:
-    ScopedEnv(const char* name, const char* value) : name_(name)
+    ScopedEnv(const char* name, const char* value) : name_(name), old_(getenv(name) ? getenv(name) : "")
     {
-        if (const char* old = getenv(name))
-        {
-            old_ = old;
-            hadOld_ = true;
-        }
-        if (value == nullptr)
-        {
-            unsetenv(name);
-        }
-        else
-        {
-            setenv(name, value, 1);
-        }
+        hadOld_ = getenv(name) != nullptr;
+        value == nullptr ? unsetenv(name) : setenv(name, value, 1);
     }
-    ~ScopedEnv()
-    {
-        if (hadOld_)
-        {
-            setenv(name_, old_.c_str(), 1);
-        }
-        else
-        {
-            unsetenv(name_);
-        }
-    }
+    ~ScopedEnv() { hadOld_ ? setenv(name_, old_.c_str(), 1) : unsetenv(name_); }
 
 private:
     const char* name_;
     std::string old_;
-    bool hadOld_ = false;
+    bool hadOld_;
 };
 
 TEST(DplFilePaths, FolderAndFileNames)
@@ -201,30 +172,27 @@ TEST(DplFileSystem, FilesAndFolders)
 
 TEST(DplFileSystem, StandardFoldersFollowTheEnvironment)
 {
+    struct Case
     {
-        ScopedEnv tmp("TMPDIR", "/var/tmp/x");
-        EXPECT_EQ(DplFile_GetTempFolder(), "/var/tmp/x");
+        const char* name;
+        const char* value;
+        bool shared;
+        std::string expected;
+    };
+    ScopedEnv home("HOME", "/home/someone");
+    const Case cases[] = {{"XDG_CONFIG_HOME", "/cfg", false, "/cfg/Drovane/Tidemix"},
+                          {"XDG_CONFIG_HOME", nullptr, false, "/home/someone/.config/Drovane/Tidemix"},
+                          {"XDG_CONFIG_DIRS", "/etc/a:/etc/b", true, "/etc/a/Drovane/Tidemix"},
+                          {"XDG_CONFIG_DIRS", nullptr, true, "/etc/xdg/Drovane/Tidemix"}};
+    for (const Case& c : cases)
+    {
+        ScopedEnv variable(c.name, c.value);
+        EXPECT_EQ(DplFile_GetApplicationDataFolder(c.shared), c.expected) << c.name;
     }
+    for (const char* tmp : {"/var/tmp/x", static_cast<const char*>(nullptr)})
     {
-        ScopedEnv tmp("TMPDIR", nullptr);
-        EXPECT_EQ(DplFile_GetTempFolder(), "/tmp");
-    }
-    {
-        ScopedEnv config("XDG_CONFIG_HOME", "/cfg");
-        EXPECT_EQ(DplFile_GetApplicationDataFolder(false), "/cfg/Drovane/Tidemix");
-    }
-    {
-        ScopedEnv config("XDG_CONFIG_HOME", nullptr);
-        ScopedEnv home("HOME", "/home/someone");
-        EXPECT_EQ(DplFile_GetApplicationDataFolder(false), "/home/someone/.config/Drovane/Tidemix");
-    }
-    {
-        ScopedEnv dirs("XDG_CONFIG_DIRS", "/etc/a:/etc/b");
-        EXPECT_EQ(DplFile_GetApplicationDataFolder(true), "/etc/a/Drovane/Tidemix");
-    }
-    {
-        ScopedEnv dirs("XDG_CONFIG_DIRS", nullptr);
-        EXPECT_EQ(DplFile_GetApplicationDataFolder(true), "/etc/xdg/Drovane/Tidemix");
+        ScopedEnv variable("TMPDIR", tmp);
+        EXPECT_EQ(DplFile_GetTempFolder(), tmp != nullptr ? tmp : "/tmp");
     }
 }
 }  // namespace

@@ -66,7 +66,7 @@ TEST(DplStringIconv, ConvertsAndFallsBackToTheSourceText)
     EXPECT_TRUE(converted.empty());
 }
 
-TEST(DplStringText, SafeStrcatNeverPassesTheSize)
+TEST(DplStringText, SafeStrcatSplitMergeAndReplace)
 {
     char text[8] = "abc";
     safe_strcat(text, sizeof(text), "defghij");
@@ -78,10 +78,7 @@ TEST(DplStringText, SafeStrcatNeverPassesTheSize)
     EXPECT_STREQ(copy, "dup");
     free(copy);
     EXPECT_EQ(DplString_Duplicate(nullptr), nullptr);
-}
 
-TEST(DplStringText, SplitMergeAndReplace)
-{
     EXPECT_EQ(DplString_Split("a,b,,c,", ","), (std::vector<std::string>{"a", "b", "", "c", ""}));
     EXPECT_EQ(DplString_Split("a--b", "--"), (std::vector<std::string>{"a", "b"}));
     EXPECT_EQ(DplString_Split("abc", ""), (std::vector<std::string>{"abc"}));
@@ -103,10 +100,7 @@ TEST(DplStringText, SplitMergeAndReplace)
     EXPECT_FALSE(DplString_HasSuffix("g", ".log"));
     EXPECT_TRUE(DplString_Contains("abc", "b"));
     EXPECT_FALSE(DplString_Contains("abc", "d"));
-}
-
-TEST(DplStringText, UrlEncodingKeepsOnlyUnreservedBytes)
-{
+    // URL encoding keeps only unreserved bytes.
     EXPECT_EQ(DplString_GetRFC3986URLEncodedString("Az09-._~"), "Az09-._~");
     EXPECT_EQ(DplString_GetRFC3986URLEncodedString("a b/c?"), "a%20b%2Fc%3F");
     EXPECT_EQ(DplString_GetRFC3986URLEncodedString("\xC3\xA9"), "%C3%A9");

@@ -17,7 +17,9 @@ namespace
 using threads_test::SecondsSince;
 using threads_test::WaitUntil;
 
-bool HeldElsewhere(CDplThreadMutexLock& lock)
+// True when another thread can't take `lock` now.
+template <typename Lock>
+bool HeldElsewhere(Lock& lock)
 {
     bool taken = false;
     std::thread(
@@ -124,26 +126,19 @@ TEST(CDplThreadMutexThreads, IsRecursiveAndExcludesOtherThreads)
     CDplThreadMutex mutex;
     mutex.Lock();
     EXPECT_TRUE(mutex.TryLock());
-    bool taken = true;
-    std::thread([&] { taken = mutex.TryLock(); }).join();
-    EXPECT_FALSE(taken);
+    EXPECT_TRUE(HeldElsewhere(mutex));
     mutex.Unlock();
+    EXPECT_TRUE(HeldElsewhere(mutex)) << "still held once";
     mutex.Unlock();
-    std::thread(
-        [&]
-        {
-            taken = mutex.TryLock();
-            if (taken)
-            {
-                mutex.Unlock();
-            }
-        })
-        .join();
-    EXPECT_TRUE(taken);
+    EXPECT_FALSE(HeldElsewhere(mutex));
 }
 
 TEST(CDplThreadSafeObjectThreads, TimedWaitsRunOutAndSignalsWake)
 {
+    EXPECT_EQ(CDplThreadSafeObject::MillisecondsToWaitNanoseconds(-5), -1);
+    EXPECT_EQ(CDplThreadSafeObject::MillisecondsToWaitNanoseconds(7), 7000000);
+    EXPECT_EQ(CDplThreadSafeObject::MillisecondsToWaitNanoseconds(std::numeric_limits<int64_t>::max()),
+              std::numeric_limits<int64_t>::max());
     CDplThreadSafeObject object;
     object.Lock();
     EXPECT_NE(object.WaitCondition(0), 0) << "zero doesn't wait";
@@ -174,12 +169,4 @@ TEST(CDplThreadSafeObjectThreads, TimedWaitsRunOutAndSignalsWake)
     waiter.join();
 }
 
-TEST(CDplThreadSafeObject, MillisecondsBecomeWaitNanoseconds)
-{
-    EXPECT_EQ(CDplThreadSafeObject::MillisecondsToWaitNanoseconds(-5), -1);
-    EXPECT_EQ(CDplThreadSafeObject::MillisecondsToWaitNanoseconds(0), 0);
-    EXPECT_EQ(CDplThreadSafeObject::MillisecondsToWaitNanoseconds(7), 7000000);
-    EXPECT_EQ(CDplThreadSafeObject::MillisecondsToWaitNanoseconds(std::numeric_limits<int64_t>::max()),
-              std::numeric_limits<int64_t>::max());
-}
 }  // namespace

@@ -10,38 +10,32 @@
 #include "PropertyTestObjects.h"
 #include "portable-core/DRAVLog.h"
 #include "portable-core/KVObserverDelegate.h"
+#include "support/LogCapture.h"
 
 using namespace property_test;
 
 namespace
 {
-// Removes from a descriptor every item it registered, so that the shared
-// class-wide lists are clean for the next test even when one fails.
-class ObserverCleanup
+// Takes back every item it registered, so the class-wide lists are clean for the next test even when one
+// fails.
+struct ObserverCleanup
 {
-public:
-    ObserverCleanup() = default;
     ~ObserverCleanup()
     {
-        for (auto& [property, item] : added_)
+        for (auto& [property, item] : added)
         {
             property->RemoveObserver(item);
         }
     }
-    ObserverCleanup(const ObserverCleanup&) = delete;
-    ObserverCleanup& operator=(const ObserverCleanup&) = delete;
-
     void Add(DRAVObject& object, const KVOItem& item, const std::string& name)
     {
         object.AddObserver(item, name);
         if (KVCProperty* property = object.FindProperty(name.empty() ? kPropertyCommonObserver : name))
         {
-            added_.emplace_back(property, item);
+            added.emplace_back(property, item);
         }
     }
-
-private:
-    std::vector<std::pair<KVCProperty*, KVOItem>> added_;
+    std::vector<std::pair<KVCProperty*, KVOItem>> added;
 };
 
 TEST(KVObserverTest, ClassWideListTellsTheChangingInstance)
@@ -72,6 +66,7 @@ TEST(KVObserverTest, PropertyObserversBeforeCommonObservers)
     auto common2 = std::make_shared<RecordingObserver>("common2", log);
     auto property2 = std::make_shared<RecordingObserver>("property2", log);
     TestMixer mixer("mixer");
+    EXPECT_FALSE(mixer.HasObserver(""));
     // Common observers registered first still come after the property's own.
     cleanup.Add(mixer, KVOItem::Weak(common1), "");
     cleanup.Add(mixer, KVOItem::Weak(property1), kPropertyNodeMute);
@@ -93,91 +88,74 @@ TEST(KVObserverTest, PropertyObserversBeforeCommonObservers)
     mixer.SetStringProperty(kPropertyFriendlyName, "renamed");
     EXPECT_EQ(Tags(*log), (std::vector<std::string>{"common1", "common2"}));
     EXPECT_EQ((*log)[0].property, mixer.FindProperty(kPropertyFriendlyName));
-}
+    EXPECT_TRUE(mixer.HasObserver(""));
+    mixer.RemoveObserver(KVOItem::Weak(common1), "");
+    mixer.RemoveObserver(KVOItem::Weak(common2), "");
+    EXPECT_FALSE(mixer.HasObserver(kPropertyCommonObserver));
 
-TEST(KVObserverTest, RegistrationOrderAndTheFormEachKindReceives)
-{
-    ObserverCleanup cleanup;
-    auto log = std::make_shared<std::vector<Notification>>();
-    RecordingObserver raw("raw", log);
-    auto shared = std::make_shared<RecordingObserver>("shared", log);
-    auto weak = std::make_shared<RecordingObserver>("weak", log);
+    // A class without common observers ignores the empty name, as it does unknown names.
     TestNode node("node");
-    cleanup.Add(node, KVOItem::Raw(&raw), kPropertyNodeGain);
-    cleanup.Add(node, KVOItem::Shared(shared), kPropertyNodeGain);
-    cleanup.Add(node, KVOItem::Weak(weak), kPropertyNodeGain);
-    EXPECT_EQ(node.FindProperty(kPropertyNodeGain)->GetObservers().size(), 3u);
-
-    node.SetDoubleProperty(kPropertyNodeGain, 0.1);
-    ASSERT_EQ(Tags(*log), (std::vector<std::string>{"raw", "shared", "weak"}));
-    EXPECT_TRUE((*log)[0].viaTwoArgumentForm);
-    EXPECT_TRUE((*log)[1].viaTwoArgumentForm);
-    EXPECT_FALSE((*log)[2].viaTwoArgumentForm);
-    EXPECT_EQ((*log)[2].property, node.FindProperty(kPropertyNodeGain));
+    RecordingObserver ignored("ignored");
+    node.AddObserver(KVOItem::Raw(&ignored), "");
+    node.AddObserver(KVOItem::Raw(&ignored), "No Such Property");
+    EXPECT_FALSE(node.HasObserver(""));
+    EXPECT_FALSE(node.HasObserver(kPropertyCommonObserver));
+    EXPECT_FALSE(node.HasObserver("No Such Property"));
+    node.SetDoubleProperty(kPropertyNodeGain, 0.7);
+    EXPECT_EQ(ignored.Count(), 0u);
+    node.RemoveObserver(KVOItem::Raw(&ignored), "");  // harmless too
 }
 
-TEST(KVObserverTest, SharedItemKeepsItsObserverAlive)
-{
-    TestNode node("node");
-    auto log = std::make_shared<std::vector<Notification>>();
-    std::weak_ptr<RecordingObserver> watch;
-    {
-        auto shared = std::make_shared<RecordingObserver>("shared", log);
-        watch = shared;
-        node.AddObserver(KVOItem::Shared(shared), kPropertyNodeGain);
-    }
-    node.SetDoubleProperty(kPropertyNodeGain, 0.2);
-    EXPECT_EQ(log->size(), 1u);
-    ASSERT_FALSE(watch.expired());
-    node.RemoveObserver(KVOItem::Shared(watch.lock()), kPropertyNodeGain);
-    EXPECT_TRUE(watch.expired());
-}
-
-TEST(KVObserverTest, SameObserverAddedTwiceIsHeldOnce)
+TEST(KVObserverTest, ObserversAreHeldOnceByKindAndIdentity)
 {
     TestNode node("node");
     RecordingObserver raw("raw");
-    node.AddObserver(KVOItem::Raw(&raw), kPropertyNodeGain);
-    node.AddObserver(KVOItem::Raw(&raw), kPropertyNodeGain);
-    EXPECT_EQ(node.FindProperty(kPropertyNodeGain)->GetObservers().size(), 1u);
+    std::weak_ptr<RecordingObserver> watchShared;
+    auto weak = std::make_shared<RecordingObserver>("weak", raw.Log());
+    {
+        auto shared = std::make_shared<RecordingObserver>("shared", raw.Log());
+        watchShared = shared;
+        for (int twice = 0; twice < 2; ++twice)
+        {
+            node.AddObserver(KVOItem::Raw(&raw), kPropertyNodeGain);
+            node.AddObserver(KVOItem::Shared(shared), kPropertyNodeGain);
+            node.AddObserver(KVOItem::Weak(weak), kPropertyNodeGain);
+        }
+    }
+    EXPECT_EQ(node.FindProperty(kPropertyNodeGain)->GetObservers().size(), 3u);
     node.SetDoubleProperty(kPropertyNodeGain, 0.4);
-    EXPECT_EQ(raw.Count(), 1u);
+    // Called in the order of registration; raw and shared items get the two-argument form.
+    ASSERT_EQ(Tags(*raw.Log()), (std::vector<std::string>{"raw", "shared", "weak"}));
+    EXPECT_TRUE((*raw.Log())[0].viaTwoArgumentForm);
+    EXPECT_TRUE((*raw.Log())[1].viaTwoArgumentForm);
+    EXPECT_FALSE((*raw.Log())[2].viaTwoArgumentForm);
+    EXPECT_EQ((*raw.Log())[2].property, node.FindProperty(kPropertyNodeGain));
+    // The shared item alone keeps its observer alive, until removed.
+    ASSERT_FALSE(watchShared.expired());
+    node.RemoveObserver(KVOItem::Shared(watchShared.lock()), kPropertyNodeGain);
+    EXPECT_TRUE(watchShared.expired());
     node.RemoveObserver(KVOItem::Raw(&raw), kPropertyNodeGain);
+    node.RemoveObserver(KVOItem::Weak(weak), kPropertyNodeGain);
     EXPECT_FALSE(node.HasObserver(kPropertyNodeGain));
     node.SetDoubleProperty(kPropertyNodeGain, 0.5);
-    EXPECT_EQ(raw.Count(), 1u);
-
-    auto weak = std::make_shared<RecordingObserver>("weak");
-    node.AddObserver(KVOItem::Weak(weak), kPropertyNodeGain);
-    node.AddObserver(KVOItem::Weak(weak), kPropertyNodeGain);
-    auto shared = std::make_shared<RecordingObserver>("shared");
-    node.AddObserver(KVOItem::Shared(shared), kPropertyNodeGain);
-    node.AddObserver(KVOItem::Shared(shared), kPropertyNodeGain);
-    EXPECT_EQ(node.FindProperty(kPropertyNodeGain)->GetObservers().size(), 2u);
-    node.RemoveObserver(KVOItem::Weak(weak), kPropertyNodeGain);
-    node.RemoveObserver(KVOItem::Shared(shared), kPropertyNodeGain);
-    EXPECT_FALSE(node.HasObserver(kPropertyNodeGain));
-
+    EXPECT_EQ(raw.Log()->size(), 3u);
     // An item naming no observer is not kept.
     node.AddObserver(KVOItem(), kPropertyNodeGain);
     EXPECT_FALSE(node.HasObserver(kPropertyNodeGain));
-}
 
-TEST(KVObserverTest, ObserverEqualsByKind)
-{
     auto a = std::make_shared<RecordingObserver>("a");
     auto b = std::make_shared<RecordingObserver>("b");
-    EXPECT_TRUE(KVCProperty::ObserverEquals(KVOItem::Weak(a), KVOItem::Weak(a)));
-    EXPECT_FALSE(KVCProperty::ObserverEquals(KVOItem::Weak(a), KVOItem::Weak(b)));
-    EXPECT_TRUE(KVCProperty::ObserverEquals(KVOItem::Raw(a.get()), KVOItem::Raw(a.get())));
-    EXPECT_FALSE(KVCProperty::ObserverEquals(KVOItem::Raw(a.get()), KVOItem::Raw(b.get())));
-    EXPECT_TRUE(KVCProperty::ObserverEquals(KVOItem::Shared(a), KVOItem::Shared(a)));
-    EXPECT_FALSE(KVCProperty::ObserverEquals(KVOItem::Shared(a), KVOItem::Shared(b)));
-    // Different kinds never match, nor do empty items.
+    for (auto make : {+[](const std::shared_ptr<RecordingObserver>& o) { return KVOItem::Weak(o); },
+                      +[](const std::shared_ptr<RecordingObserver>& o) { return KVOItem::Raw(o.get()); },
+                      +[](const std::shared_ptr<RecordingObserver>& o) { return KVOItem::Shared(o); }})
+    {
+        EXPECT_TRUE(KVCProperty::ObserverEquals(make(a), make(a)));
+        EXPECT_FALSE(KVCProperty::ObserverEquals(make(a), make(b)));
+    }
+    // Different kinds never match, nor do empty items or two expired weak ones.
     EXPECT_FALSE(KVCProperty::ObserverEquals(KVOItem::Weak(a), KVOItem::Raw(a.get())));
     EXPECT_FALSE(KVCProperty::ObserverEquals(KVOItem::Shared(a), KVOItem::Weak(a)));
     EXPECT_FALSE(KVCProperty::ObserverEquals(KVOItem(), KVOItem()));
-    // Two expired weak items don't match either.
     const KVOItem expired = KVOItem::Weak(std::make_shared<RecordingObserver>("gone"));
     EXPECT_FALSE(KVCProperty::ObserverEquals(expired, expired));
 }
@@ -213,31 +191,7 @@ TEST(KVObserverTest, ExpiredWeakObserverIsSkippedAndStays)
     EXPECT_FALSE(node.HasObserver(kPropertyNodeMute));
 }
 
-TEST(KVObserverTest, EmptyNameOnClassWithoutCommonObserverIsIgnored)
-{
-    TestNode node("node");
-    RecordingObserver observer("o");
-    node.AddObserver(KVOItem::Raw(&observer), "");
-    EXPECT_FALSE(node.HasObserver(""));
-    EXPECT_FALSE(node.HasObserver(kPropertyCommonObserver));
-    node.SetDoubleProperty(kPropertyNodeGain, 0.7);
-    EXPECT_EQ(observer.Count(), 0u);
-    node.RemoveObserver(KVOItem::Raw(&observer), "");  // harmless too
-    node.AddObserver(KVOItem::Raw(&observer), "No Such Property");
-    EXPECT_FALSE(node.HasObserver("No Such Property"));
-
-    TestMixer mixer("mixer");
-    EXPECT_FALSE(mixer.HasObserver(""));
-    mixer.AddObserver(KVOItem::Raw(&observer), "");
-    EXPECT_TRUE(mixer.HasObserver(kPropertyCommonObserver));
-    EXPECT_TRUE(mixer.HasObserver(""));
-    mixer.SetDoubleProperty(kPropertyNodeGain, 0.7);
-    EXPECT_EQ(observer.Count(), 1u);
-    mixer.RemoveObserver(KVOItem::Raw(&observer), "");
-    EXPECT_FALSE(mixer.HasObserver(kPropertyCommonObserver));
-}
-
-TEST(KVObserverTest, ObserverRemovedDuringTheWalkIsNotCalledAfterwards)
+TEST(KVObserverTest, ObserversRemovedOrAddedDuringTheWalk)
 {
     ObserverCleanup cleanup;
     auto log = std::make_shared<std::vector<Notification>>();
@@ -261,6 +215,23 @@ TEST(KVObserverTest, ObserverRemovedDuringTheWalkIsNotCalledAfterwards)
     node.SetDoubleProperty(kPropertyNodeGain, 0.12);
     EXPECT_EQ(Tags(*log), (std::vector<std::string>{"remover", "last"}));
     EXPECT_EQ(node.FindProperty(kPropertyNodeGain)->GetObservers().size(), 2u);
+
+    // One added during the walk is called from the next change on.
+    RecordingObserver late("late", log);
+    RecordingObserver lateOnMute("lateOnMute", log);
+    last.onUpdate = [&](const DRAVPropertyKVPair&)
+    {
+        cleanup.Add(node, KVOItem::Raw(&late), kPropertyNodeGain);
+        cleanup.Add(node, KVOItem::Raw(&lateOnMute), kPropertyNodeMute);
+    };
+    log->clear();
+    node.SetDoubleProperty(kPropertyNodeGain, 0.21);
+    EXPECT_EQ(Tags(*log), (std::vector<std::string>{"remover", "last"}));
+    last.onUpdate = nullptr;
+    node.SetDoubleProperty(kPropertyNodeGain, 0.22);
+    node.SetBoolProperty(kPropertyNodeMute, true);
+    EXPECT_EQ(Tags(*log),
+              (std::vector<std::string>{"remover", "last", "remover", "last", "late", "lateOnMute"}));
 }
 
 // Held by the list alone, removes itself in its callback and then uses its
@@ -300,29 +271,6 @@ TEST(KVObserverTest, SharedObserverRemovingItselfLivesToTheEndOfItsCall)
     EXPECT_EQ(*calls, 1);
     EXPECT_TRUE(watch.expired());
     EXPECT_FALSE(node.HasObserver(kPropertyNodeGain));
-}
-
-TEST(KVObserverTest, ObserverAddedDuringTheWalkIsCalledFromTheNextChange)
-{
-    ObserverCleanup cleanup;
-    auto log = std::make_shared<std::vector<Notification>>();
-    TestNode node("node");
-    RecordingObserver adder("adder", log);
-    RecordingObserver late("late", log);
-    RecordingObserver lateOnMute("lateOnMute", log);
-    cleanup.Add(node, KVOItem::Raw(&adder), kPropertyNodeGain);
-    adder.onUpdate = [&](const DRAVPropertyKVPair&)
-    {
-        cleanup.Add(node, KVOItem::Raw(&late), kPropertyNodeGain);
-        cleanup.Add(node, KVOItem::Raw(&lateOnMute), kPropertyNodeMute);
-    };
-
-    node.SetDoubleProperty(kPropertyNodeGain, 0.21);
-    EXPECT_EQ(Tags(*log), (std::vector<std::string>{"adder"}));
-    node.SetDoubleProperty(kPropertyNodeGain, 0.22);
-    node.SetBoolProperty(kPropertyNodeMute, true);
-    EXPECT_EQ(Tags(*log), (std::vector<std::string>{"adder", "adder", "late", "lateOnMute"}));
-    EXPECT_EQ(node.FindProperty(kPropertyNodeGain)->GetObservers().size(), 2u);
 }
 
 TEST(KVObserverTest, ObserverMaySetPropertiesFromInsideItsCallback)
@@ -371,7 +319,7 @@ TEST(KVObserverTest, ObserverMaySetPropertiesFromInsideItsCallback)
 
 TEST(KVObserverTest, ThrowingObserverDoesNotStopTheOthers)
 {
-    DRAVLogHandler former = DRAVSetLogHandler([](eDbgPrintLevel, const std::string&) {});
+    tidemix::test::LogCapture quiet;
     ObserverCleanup cleanup;
     auto log = std::make_shared<std::vector<Notification>>();
     TestNode node("node");
@@ -386,7 +334,6 @@ TEST(KVObserverTest, ThrowingObserverDoesNotStopTheOthers)
     cleanup.Add(node, KVOItem::Raw(&thrower), kPropertyNodeMute);
     node.RemoveObserver(KVOItem::Raw(&thrower), kPropertyNodeGain);
     EXPECT_EQ(node.FindProperty(kPropertyNodeGain)->GetObservers().size(), 1u);
-    DRAVSetLogHandler(std::move(former));
 }
 
 TEST(KVObserverTest, NotifyPropertyObserversTellsWithoutSetting)

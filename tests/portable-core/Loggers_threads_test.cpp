@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <fstream>
 #include <map>
 #include <mutex>
 #include <string>
@@ -127,18 +128,14 @@ TEST(LoggerThreads, FileLoggerLinesStayWhole)
         t.join();
     }
     logger.Close();
-    FILE* f = fopen(logger.GetPath().c_str(), "r");
-    ASSERT_NE(f, nullptr);
-    char line[256];
+    std::ifstream in(logger.GetPath());
     int count = 0;
-    while (fgets(line, sizeof(line), f) != nullptr)
+    for (std::string line; std::getline(in, line); ++count)
     {
         int t = -1;
         int i = -1;
-        EXPECT_EQ(sscanf(line + 14, " wrn thread %d line %d", &t, &i), 2) << line;
-        ++count;
+        EXPECT_EQ(sscanf(line.c_str() + 14, " wrn thread %d line %d", &t, &i), 2) << line;
     }
-    fclose(f);
     EXPECT_EQ(count, 900);
 }
 

@@ -75,7 +75,7 @@ TEST(DPLResult, ProvidersRegisterAtAnyTime)
     EXPECT_FALSE(single.CoversFacility(4));
 }
 
-TEST(DplTime, EpochsAndClocks)
+TEST(DplTime, EpochsClocksAndTimeStrings)
 {
     EXPECT_EQ(DplTime_GetEpoch(), kDplTimeEpoch2001);
     EXPECT_EQ(DplTime_GetDistanceToEpoch(DplTime_GetEpoch()), 0);
@@ -89,10 +89,7 @@ TEST(DplTime, EpochsAndClocks)
     const int64_t b = DplTime_GetMonotonicNanoseconds();
     EXPECT_LE(a, b);
     EXPECT_NEAR(static_cast<double>(DplTime_GetSeconds()), static_cast<double>(time(nullptr)), 2.0);
-}
 
-TEST(DplTime, TimeStrings)
-{
     char text[32];
     EXPECT_STREQ(DplTime_GetCurrentTimeString(nullptr, 0), "---");
     EXPECT_STREQ(DplTime_GetCurrentDateTimeString(nullptr, 0), "---");
@@ -111,17 +108,15 @@ TEST(DplTime, TimeStrings)
 
 TEST(USRHelpers, TimeZoneStrings)
 {
-    EXPECT_EQ(USRTimeZoneStringToSecondsOffset("+0100"), 3600);
-    EXPECT_EQ(USRTimeZoneStringToSecondsOffset("-0130"), -5400);
-    EXPECT_EQ(USRTimeZoneStringToSecondsOffset("0545"), 20700);
-    EXPECT_EQ(USRTimeZoneStringToSecondsOffset("2358"), (23 * 60 + 58) * 60);
-    EXPECT_EQ(USRTimeZoneStringToSecondsOffset("2359"), 0);
-    EXPECT_EQ(USRTimeZoneStringToSecondsOffset("+0160"), 0) << "minutes out of range";
-    EXPECT_EQ(USRTimeZoneStringToSecondsOffset("+01:00"), 0);
-    EXPECT_EQ(USRTimeZoneStringToSecondsOffset("+100"), 0);
-    EXPECT_EQ(USRTimeZoneStringToSecondsOffset("+01000"), 0);
-    EXPECT_EQ(USRTimeZoneStringToSecondsOffset("+0a00"), 0);
-    EXPECT_EQ(USRTimeZoneStringToSecondsOffset(""), 0);
+    // Out-of-range minutes and malformed texts give no offset.
+    const std::pair<const char*, int> cases[] = {
+        {"+0100", 3600}, {"-0130", -5400}, {"0545", 20700}, {"2358", (23 * 60 + 58) * 60},
+        {"2359", 0},     {"+0160", 0},     {"+01:00", 0},   {"+100", 0},
+        {"+01000", 0},   {"+0a00", 0},     {"", 0}};
+    for (const auto& [text, seconds] : cases)
+    {
+        EXPECT_EQ(USRTimeZoneStringToSecondsOffset(text), seconds) << text;
+    }
     EXPECT_EQ(USRTimeZoneStringToSecondsOffset(nullptr), 0);
 }
 
@@ -212,8 +207,8 @@ TEST(LocaleIndependence, ParsingUnderADecimalCommaLocale)
     {
         GTEST_SKIP() << "localedef could not build de_DE.UTF-8 (install the `locales` package)";
     }
-    const char* oldLocPath = getenv("LOCPATH");
-    const std::string savedLocPath = oldLocPath ? oldLocPath : "";
+    const std::string formerLocPath = getenv("LOCPATH") != nullptr ? getenv("LOCPATH") : "";
+    const bool hadLocPath = getenv("LOCPATH") != nullptr;
     setenv("LOCPATH", folder.Path().c_str(), 1);
     const std::string previous = setlocale(LC_ALL, nullptr);
     ASSERT_NE(setlocale(LC_ALL, "de_DE.UTF-8"), nullptr);
@@ -226,14 +221,7 @@ TEST(LocaleIndependence, ParsingUnderADecimalCommaLocale)
     const bool parsed = USRMacroDateAndTimeToUnixSeconds("Nov  9 2026", "01:54:10", &seconds);
 
     setlocale(LC_ALL, previous.c_str());
-    if (oldLocPath != nullptr)
-    {
-        setenv("LOCPATH", savedLocPath.c_str(), 1);
-    }
-    else
-    {
-        unsetenv("LOCPATH");
-    }
+    hadLocPath ? setenv("LOCPATH", formerLocPath.c_str(), 1) : unsetenv("LOCPATH");
     EXPECT_DOUBLE_EQ(mhz, 2994.374);
     EXPECT_EQ(zone, -5400);
     EXPECT_TRUE(parsed);

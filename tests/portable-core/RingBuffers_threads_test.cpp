@@ -22,11 +22,30 @@ unsigned char SignalByte(uint64_t k)
 
 constexpr uint64_t kStreamBytes = 4 * 200000;
 
+// True when `size` bytes read at stream position `at` are the signal's; reports the first that isn't.
+bool IsSignal(const unsigned char* bytes, size_t size, uint64_t at)
+{
+    for (size_t i = 0; i < size; ++i)
+    {
+        if (bytes[i] != SignalByte(at + i))
+        {
+            ADD_FAILURE() << "byte " << at + i << " is " << int(bytes[i]);
+            return false;
+        }
+    }
+    return true;
+}
+
 TEST(RingBufferThreads, BipBufferCarriesACountingSignalIntactAndInOrder)
 {
     DplBipBuffer bip;
     ASSERT_TRUE(bip.allocate(7680));
     std::mutex lock;  // as the capture source and renderer sink do: one lock around each call
+    auto locked = [&lock](auto call)
+    {
+        std::lock_guard guard(lock);
+        return call();
+    };
     std::atomic<bool> failed{false};
 
     std::thread producer(
@@ -39,11 +58,8 @@ TEST(RingBufferThreads, BipBufferCarriesACountingSignalIntactAndInOrder)
                 chunk = (chunk * 1103515245u + 12345u);
                 const size_t wanted = std::min<uint64_t>(1 + (chunk >> 8) % 3000, kStreamBytes - written);
                 size_t reserved = 0;
-                unsigned char* block = nullptr;
-                {
-                    std::lock_guard guard(lock);
-                    block = static_cast<unsigned char*>(bip.reserve(wanted, reserved));
-                }
+                auto* block =
+                    static_cast<unsigned char*>(locked([&] { return bip.reserve(wanted, reserved); }));
                 if (block == nullptr)
                 {
                     std::this_thread::yield();
@@ -54,10 +70,7 @@ TEST(RingBufferThreads, BipBufferCarriesACountingSignalIntactAndInOrder)
                 {
                     block[i] = SignalByte(written + i);
                 }
-                {
-                    std::lock_guard guard(lock);
-                    bip.commit(reserved);
-                }
+                locked([&] { bip.commit(reserved); });
                 written += reserved;
             }
         });
@@ -66,29 +79,15 @@ TEST(RingBufferThreads, BipBufferCarriesACountingSignalIntactAndInOrder)
     while (read < kStreamBytes && !failed.load())
     {
         size_t size = 0;
-        const unsigned char* block = nullptr;
-        {
-            std::lock_guard guard(lock);
-            block = static_cast<const unsigned char*>(bip.getContiguousBlock(size));
-        }
+        const auto* block =
+            static_cast<const unsigned char*>(locked([&] { return bip.getContiguousBlock(size); }));
         if (block == nullptr)
         {
             std::this_thread::yield();
             continue;
         }
-        for (size_t i = 0; i < size; ++i)
-        {
-            if (block[i] != SignalByte(read + i))
-            {
-                ADD_FAILURE() << "byte " << read + i << " is " << int(block[i]);
-                failed = true;
-                break;
-            }
-        }
-        {
-            std::lock_guard guard(lock);
-            bip.decommitBlock(size);
-        }
+        failed = !IsSignal(block, size, read);
+        locked([&] { bip.decommitBlock(size); });
         read += size;
     }
     producer.join();
@@ -146,15 +145,7 @@ TEST(RingBufferThreads, LockedRingCarriesACountingSignalWithoutOverrun)
             std::this_thread::yield();
             continue;
         }
-        for (int i = 0; i < got; ++i)
-        {
-            if (buffer[static_cast<size_t>(i)] != SignalByte(read + static_cast<uint64_t>(i)))
-            {
-                ADD_FAILURE() << "byte " << read + static_cast<uint64_t>(i);
-                intact = false;
-                break;
-            }
-        }
+        intact = IsSignal(buffer.data(), static_cast<size_t>(got), read);
         read += static_cast<uint64_t>(got);
     }
     producer.join();

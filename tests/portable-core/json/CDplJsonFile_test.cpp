@@ -5,10 +5,11 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <string>
 
 #include "portable-core/json/CDplJsonFile.h"
+#include "support/PortableCoreTestFolder.h"
 
 namespace fs = std::filesystem;
 
@@ -17,36 +18,24 @@ namespace
 class CDplJsonFileTest : public ::testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        folder_ =
-            fs::temp_directory_path() / ("json-file-" + std::to_string(getpid()) + "-" +
-                                         ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(folder_);
-        fs::create_directories(folder_);
-    }
-    void TearDown() override { fs::remove_all(folder_); }
-
-    std::string Path(const char* name) const { return (folder_ / name).string(); }
+    std::string Path(const char* name) const { return folder_.Child(name); }
     static std::string Read(const std::string& path)
     {
         std::ifstream in(path, std::ios::binary);
-        std::stringstream text;
-        text << in.rdbuf();
-        return text.str();
+        return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     }
     static void Write(const std::string& path, const std::string& text)
     {
-        std::ofstream out(path, std::ios::binary);
-        out << text;
+        std::ofstream(path, std::ios::binary) << text;
     }
 
-    fs::path folder_;
+    PortableCoreTestFolder folder_;
 };
 }  // namespace
 
 TEST_F(CDplJsonFileTest, ExportWritesPrettyTextAndImportReadsItBack)
 {
+    ASSERT_FALSE(folder_.Path().empty());
     TJSON doc;
     doc.AddInt("a", 1);
     doc.AddString("b", "x");
@@ -72,7 +61,7 @@ TEST_F(CDplJsonFileTest, ImportFailuresLeaveTheDocument)
     EXPECT_FALSE(CDplJsonFile::ImportFromFile(Path("missing.json"), doc));
     Write(Path("empty.json"), "");
     EXPECT_FALSE(CDplJsonFile::ImportFromFile(Path("empty.json"), doc));
-    EXPECT_FALSE(CDplJsonFile::ImportFromFile(folder_.string(), doc));
+    EXPECT_FALSE(CDplJsonFile::ImportFromFile(folder_.Path(), doc));
     EXPECT_FALSE(CDplJsonFile::ImportFromFile(Path("bad\xFF.json"), doc));
     EXPECT_EQ(doc.ToString(), "{\"keep\":1}");
 

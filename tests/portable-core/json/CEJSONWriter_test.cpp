@@ -8,6 +8,7 @@
 #include "portable-core/DRAVLog.h"
 #include "portable-core/json/CEJSONParseBuffer.h"
 #include "portable-core/json/TJSON.h"
+#include "support/LogCapture.h"
 
 namespace
 {
@@ -24,14 +25,6 @@ std::string Escaped(const std::string& text)
     return buffer.TakeString();
 }
 }  // namespace
-
-TEST(CEJSONWriter, EmptyContainersCompactAndPretty)
-{
-    EXPECT_EQ(TJSONObject().ToString(), "{}");
-    EXPECT_EQ(TJSONArray().ToString(), "[]");
-    EXPECT_EQ(Pretty(TJSONObject()), "{\n\t}");
-    EXPECT_EQ(Pretty(TJSONArray()), "[\n\t]");
-}
 
 TEST(CEJSONWriter, NestedDocumentGoldenTexts)
 {
@@ -78,14 +71,16 @@ TEST(CEJSONWriter, NestedDocumentGoldenTexts)
     EXPECT_EQ(Pretty(doc), expected);
     // The pretty text reads back as the same document.
     EXPECT_TRUE(TJSON(Pretty(doc)) == doc);
-}
 
-TEST(CEJSONWriter, PrettyFromDeeperLevelIndentsEverything)
-{
-    TJSON doc;
-    doc.AddInt("a", 1);
+    EXPECT_EQ(TJSONObject().ToString(), "{}");
+    EXPECT_EQ(TJSONArray().ToString(), "[]");
+    EXPECT_EQ(Pretty(TJSONObject()), "{\n\t}");
+    EXPECT_EQ(Pretty(TJSONArray()), "[\n\t]");
+    // From a deeper level everything is indented, and the level is left as it was.
+    TJSON small;
+    small.AddInt("a", 1);
     int level = 2;
-    EXPECT_EQ(doc.ToString(&level), "\t\t{\n\t\t\t\"a\":1\n\t\t}");
+    EXPECT_EQ(small.ToString(&level), "\t\t{\n\t\t\t\"a\":1\n\t\t}");
     EXPECT_EQ(level, 2);
 }
 
@@ -210,9 +205,7 @@ TEST(CEJSONWriter, ParseBufferGrowthFollowsTheRule)
 
 TEST(CEJSONWriter, DumpSendsOneLogLinePerTextLine)
 {
-    std::vector<std::string> lines;
-    DRAVLogHandler former =
-        DRAVSetLogHandler([&lines](eDbgPrintLevel, const std::string& line) { lines.push_back(line); });
+    tidemix::test::LogCapture capture;
     TJSON doc;
     doc.AddInt("a", 1);
     TJSON list = TJSONArray();
@@ -220,7 +213,7 @@ TEST(CEJSONWriter, DumpSendsOneLogLinePerTextLine)
     doc.Add("b", list);
     doc.Dump("doc");
     doc.Debug();
-    DRAVSetLogHandler(former);
+    const std::vector<std::string> lines = capture.Lines();
 
     const std::vector<std::string> expected = {
         "doc: {", "doc: \t\"a\":1,", "doc: \t\"b\":", "doc: \t[", "doc: \t\tfalse", "doc: \t]", "doc: }"};

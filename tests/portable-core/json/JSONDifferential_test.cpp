@@ -2,6 +2,7 @@
 // documents that both accept, generated from a fixed seed.
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -27,66 +28,40 @@ private:
 
     json Value(int depth)
     {
-        int kind = Pick(depth >= 5 ? 7 : 9);
-        switch (kind)
-        {
-            case 0:
-                return nullptr;
-            case 1:
-                return Pick(2) == 0;
-            case 2:
-                return Integer();
-            case 3:
-                return Double();
-            case 4:
-            case 5:
-            case 6:
-                return Text();
-            case 7:
-                return Object(depth + 1);
-            default:
-                return Array(depth + 1);
-        }
+        // Containers only up to depth 5; text is three times as likely as any other kind.
+        const int kind = Pick(depth >= 5 ? 7 : 9);
+        return kind == 0   ? json(nullptr)
+               : kind == 1 ? json(Pick(2) == 0)
+               : kind == 2 ? Integer()
+               : kind == 3 ? Double()
+               : kind < 7  ? json(Text())
+               : kind == 7 ? Object(depth + 1)
+                           : Array(depth + 1);
     }
 
     json Integer()
     {
-        switch (Pick(5))
-        {
-            case 0:
-                return Pick(1000) - 500;
-            case 1:
-                return static_cast<int64_t>(random_());
-            case 2:
-                return Pick(2) ? std::numeric_limits<int64_t>::max() : std::numeric_limits<int64_t>::min();
-            case 3:
-                return static_cast<uint64_t>(random_() | (uint64_t{1} << 63));  // above the signed range
-            default:
-                return static_cast<int64_t>(random_() >> Pick(64));
-        }
+        const int kind = Pick(5);
+        return kind == 0   ? json(Pick(1000) - 500)
+               : kind == 1 ? json(static_cast<int64_t>(random_()))
+               : kind == 2
+                   ? json(Pick(2) ? std::numeric_limits<int64_t>::max() : std::numeric_limits<int64_t>::min())
+               : kind == 3
+                   ? json(static_cast<uint64_t>(random_() | (uint64_t{1} << 63)))  // above the signed range
+                   : json(static_cast<int64_t>(random_() >> Pick(64)));
     }
 
     json Double()
     {
-        switch (Pick(4))
+        const int kind = Pick(4);
+        double value = 0.0;
+        while (kind == 3 && !std::isfinite(value = std::bit_cast<double>(static_cast<uint64_t>(random_()))))
         {
-            case 0:
-                return (Pick(2000) - 1000) / 8.0;
-            case 1:
-                return 0.1 * Pick(100);
-            case 2:
-                return std::ldexp(static_cast<double>(random_() >> 11), Pick(200) - 150);
-            default:
-            {
-                double value;
-                do
-                {
-                    uint64_t bits = random_();
-                    memcpy(&value, &bits, sizeof(value));
-                } while (!std::isfinite(value));
-                return value;
-            }
         }
+        return kind == 0   ? (Pick(2000) - 1000) / 8.0
+               : kind == 1 ? 0.1 * Pick(100)
+               : kind == 2 ? std::ldexp(static_cast<double>(random_() >> 11), Pick(200) - 150)
+                           : value;
     }
 
     std::string Text()
@@ -95,27 +70,15 @@ private:
         int length = Pick(12);
         for (int i = 0; i < length; ++i)
         {
-            uint32_t code;
-            switch (Pick(6))
-            {
-                case 0:
-                    // Control characters; not the form feed, whose escape this reader drops on purpose.
-                    code = static_cast<uint32_t>(1 + Pick(31));
-                    code = code == 0x0C ? 0x0B : code;
-                    break;
-                case 1:
-                    code = static_cast<uint32_t>(0x80 + Pick(0x780));
-                    break;
-                case 2:
-                    code = static_cast<uint32_t>(0x800 + Pick(0xD000 - 0x800));
-                    break;
-                case 3:
-                    code = static_cast<uint32_t>(0x10000 + Pick(0x100000));
-                    break;
-                default:
-                    code = static_cast<uint32_t>(32 + Pick(96));
-                    break;
-            }
+            // Control characters (not the form feed, whose escape this reader drops on purpose), two-,
+            // three- and four-byte characters, and printable ASCII twice as often.
+            const int kind = Pick(6);
+            const auto control = static_cast<uint32_t>(1 + Pick(31));
+            const uint32_t code = kind == 0   ? (control == 0x0C ? 0x0B : control)
+                                  : kind == 1 ? 0x80 + static_cast<uint32_t>(Pick(0x780))
+                                  : kind == 2 ? 0x800 + static_cast<uint32_t>(Pick(0xD000 - 0x800))
+                                  : kind == 3 ? 0x10000 + static_cast<uint32_t>(Pick(0x100000))
+                                              : 32 + static_cast<uint32_t>(Pick(96));
             AppendUtf8(code, text);
         }
         return text;
@@ -123,27 +86,12 @@ private:
 
     static void AppendUtf8(uint32_t code, std::string& out)
     {
-        if (code < 0x80)
+        const int extra = code < 0x80 ? 0 : code < 0x800 ? 1 : code < 0x10000 ? 2 : 3;
+        const uint32_t lead[] = {0x00, 0xC0, 0xE0, 0xF0};
+        out.push_back(static_cast<char>(lead[extra] | (code >> (6 * extra))));
+        for (int shift = 6 * (extra - 1); shift >= 0; shift -= 6)
         {
-            out.push_back(static_cast<char>(code));
-        }
-        else if (code < 0x800)
-        {
-            out.push_back(static_cast<char>(0xC0 | (code >> 6)));
-            out.push_back(static_cast<char>(0x80 | (code & 0x3F)));
-        }
-        else if (code < 0x10000)
-        {
-            out.push_back(static_cast<char>(0xE0 | (code >> 12)));
-            out.push_back(static_cast<char>(0x80 | ((code >> 6) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (code & 0x3F)));
-        }
-        else
-        {
-            out.push_back(static_cast<char>(0xF0 | (code >> 18)));
-            out.push_back(static_cast<char>(0x80 | ((code >> 12) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | ((code >> 6) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (code & 0x3F)));
+            out.push_back(static_cast<char>(0x80 | ((code >> shift) & 0x3F)));
         }
     }
 
@@ -176,68 +124,54 @@ private:
 // Exact comparison: the same kinds and values that nlohmann read.
 ::testing::AssertionResult SameAsReference(const TJSON& ours, const json& reference, const std::string& where)
 {
-    auto fail = [&](const char* what) { return ::testing::AssertionFailure() << what << " at " << where; };
+    auto check = [&](bool same, const char* what) {
+        return same ? ::testing::AssertionSuccess()
+                    : ::testing::AssertionFailure() << what << " at " << where;
+    };
     switch (reference.type())
     {
         case json::value_t::null:
-            return ours.IsNull() ? ::testing::AssertionSuccess() : fail("expected null");
+            return check(ours.IsNull(), "expected null");
         case json::value_t::boolean:
-            return ours.IsBool() && ours.GetBool() == reference.get<bool>() ? ::testing::AssertionSuccess()
-                                                                            : fail("bool differs");
+            return check(ours.IsBool() && ours.GetBool() == reference.get<bool>(), "bool differs");
         case json::value_t::number_integer:
-            return ours.IsInt() && ours.GetInt() == reference.get<int64_t>() ? ::testing::AssertionSuccess()
-                                                                             : fail("integer differs");
+            return check(ours.IsInt() && ours.GetInt() == reference.get<int64_t>(), "integer differs");
         case json::value_t::number_unsigned:
         {
-            uint64_t value = reference.get<uint64_t>();
+            const uint64_t value = reference.get<uint64_t>();
             if (value <= static_cast<uint64_t>(std::numeric_limits<int64_t>::max()))
             {
-                return ours.IsInt() && static_cast<uint64_t>(ours.GetInt()) == value
-                           ? ::testing::AssertionSuccess()
-                           : fail("unsigned differs");
+                return check(ours.IsInt() && static_cast<uint64_t>(ours.GetInt()) == value,
+                             "unsigned differs");
             }
-            return ours.IsDouble() && ours.GetDouble() == static_cast<double>(value)
-                       ? ::testing::AssertionSuccess()
-                       : fail("big unsigned differs");
+            return check(ours.IsDouble() && ours.GetDouble() == static_cast<double>(value),
+                         "big unsigned differs");
         }
         case json::value_t::number_float:
-            return ours.IsDouble() && ours.GetDouble() == reference.get<double>()
-                       ? ::testing::AssertionSuccess()
-                       : fail("double differs");
+            return check(ours.IsDouble() && ours.GetDouble() == reference.get<double>(), "double differs");
         case json::value_t::string:
-            return ours.IsString() && ours.GetString() == reference.get<std::string>()
-                       ? ::testing::AssertionSuccess()
-                       : fail("string differs");
+            return check(ours.IsString() && ours.GetString() == reference.get<std::string>(),
+                         "string differs");
         case json::value_t::array:
-        {
-            if (!ours.IsArray() || ours.GetCount() != static_cast<int64_t>(reference.size()))
-            {
-                return fail("array differs");
-            }
-            for (size_t i = 0; i < reference.size(); ++i)
-            {
-                auto result = SameAsReference(ours.GetIndObject(static_cast<int64_t>(i)), reference[i],
-                                              where + "[" + std::to_string(i) + "]");
-                if (!result)
-                {
-                    return result;
-                }
-            }
-            return ::testing::AssertionSuccess();
-        }
         case json::value_t::object:
         {
-            if (!ours.IsObject() || ours.GetCount() != static_cast<int64_t>(reference.size()))
+            const bool isArray = reference.is_array();
+            if ((isArray ? !ours.IsArray() : !ours.IsObject()) ||
+                ours.GetCount() != static_cast<int64_t>(reference.size()))
             {
-                return fail("object differs");
+                return check(false, "container differs");
             }
-            for (const auto& [key, value] : reference.items())
+            int64_t index = 0;
+            for (auto it = reference.begin(); it != reference.end(); ++it, ++index)
             {
-                if (!ours.HasKey(key))
+                if (!isArray && !ours.HasKey(it.key()))
                 {
-                    return fail("key missing");
+                    return check(false, "key missing");
                 }
-                auto result = SameAsReference(ours.GetObject(key), value, where + "." + key);
+                auto result = isArray
+                                  ? SameAsReference(ours.GetIndObject(index), *it,
+                                                    where + "[" + std::to_string(index) + "]")
+                                  : SameAsReference(ours.GetObject(it.key()), *it, where + "." + it.key());
                 if (!result)
                 {
                     return result;
@@ -246,7 +180,7 @@ private:
             return ::testing::AssertionSuccess();
         }
         default:
-            return fail("unexpected kind");
+            return check(false, "unexpected kind");
     }
 }
 
@@ -261,41 +195,23 @@ bool SameValue(const json& a, const json& b)
         }
         return a == b;
     }
-    if (a.type() != b.type())
+    if (a.type() != b.type() || !a.is_structured())
+    {
+        return a == b;
+    }
+    if (a.size() != b.size())
     {
         return false;
     }
-    if (a.is_array())
+    // Objects iterate in key order on both sides.
+    for (auto i = a.begin(), j = b.begin(); i != a.end(); ++i, ++j)
     {
-        if (a.size() != b.size())
+        if ((a.is_object() && i.key() != j.key()) || !SameValue(*i, *j))
         {
             return false;
         }
-        for (size_t i = 0; i < a.size(); ++i)
-        {
-            if (!SameValue(a[i], b[i]))
-            {
-                return false;
-            }
-        }
-        return true;
     }
-    if (a.is_object())
-    {
-        if (a.size() != b.size())
-        {
-            return false;
-        }
-        for (const auto& [key, value] : a.items())
-        {
-            if (!b.contains(key) || !SameValue(value, b[key]))
-            {
-                return false;
-            }
-        }
-        return true;
-    }
-    return a == b;
+    return true;
 }
 }  // namespace
 

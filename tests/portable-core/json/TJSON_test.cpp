@@ -92,7 +92,7 @@ TEST_F(TJSONTest, EveryOperationIsHarmlessOnEveryKind)
     EXPECT_TRUE(TJSONInt(0).IsValidAndNotNull());
 }
 
-TEST_F(TJSONTest, ConversionsAcrossKinds)
+TEST_F(TJSONTest, ConversionsAcrossKindsAndTicksReading)
 {
     EXPECT_EQ(TJSONDouble(-1.2).GetInt(), 0);
     EXPECT_EQ(TJSONDouble(2.5).GetInt(), 3);
@@ -110,10 +110,7 @@ TEST_F(TJSONTest, ConversionsAcrossKinds)
     EXPECT_EQ(TJSONString("3.5e1").GetDouble(), 35.0);
     EXPECT_EQ(TJSONInt(5).GetString(), "");
     EXPECT_STREQ(TJSONInt(5).GetCString(), "");
-}
 
-TEST_F(TJSONTest, TicksReading)
-{
     int offset = 0;
     EXPECT_EQ(TJSONString("/Date(1000+0060)/").GetTicks(&offset), 1000);
     EXPECT_EQ(offset, 60);
