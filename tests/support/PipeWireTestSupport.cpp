@@ -48,32 +48,41 @@ ToneMeasurement MeasureTone(const float* samples, size_t count, uint32_t sampleR
 
 ToneMeasurement MeasureTonePieces(const float* samples, size_t count, uint32_t sampleRate, size_t chunkFrames)
 {
-    std::vector<double> frequencies;
-    std::vector<double> levels;
+    std::vector<ToneMeasurement> pieces;
     for (size_t at = 0; chunkFrames > 0 && at + chunkFrames <= count; at += chunkFrames)
     {
-        ToneMeasurement piece = MeasureTone(samples + at, chunkFrames, sampleRate);
-        frequencies.push_back(piece.frequency);
-        levels.push_back(piece.rms);
+        pieces.push_back(MeasureTone(samples + at, chunkFrames, sampleRate));
     }
     ToneMeasurement result;
     result.frames = count;
-    if (frequencies.empty())
+    if (pieces.empty())
     {
         return result;
     }
-    auto median = [](std::vector<double>& values)
-    {
-        std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2),
-                         values.end());
-        return values[values.size() / 2];
-    };
-    result.frequency = median(frequencies);
     // A piece with a dropout reads low, never high: the level is that of the
-    // pieces that carry the tone whole.
+    // pieces that carry the tone whole (the 90th percentile), and the
+    // frequency the median of those pieces alone, since a gap also stretches
+    // the time between crossings.
+    std::vector<double> levels;
+    for (const ToneMeasurement& piece : pieces)
+    {
+        levels.push_back(piece.rms);
+    }
     const size_t upper = levels.size() * 9 / 10;
     std::nth_element(levels.begin(), levels.begin() + static_cast<std::ptrdiff_t>(upper), levels.end());
     result.rms = levels[upper];
+    std::vector<double> frequencies;
+    for (const ToneMeasurement& piece : pieces)
+    {
+        if (piece.rms >= 0.9 * result.rms)
+        {
+            frequencies.push_back(piece.frequency);
+        }
+    }
+    std::nth_element(frequencies.begin(),
+                     frequencies.begin() + static_cast<std::ptrdiff_t>(frequencies.size() / 2),
+                     frequencies.end());
+    result.frequency = frequencies[frequencies.size() / 2];
     return result;
 }
 

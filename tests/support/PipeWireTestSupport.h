@@ -22,9 +22,9 @@ struct ToneMeasurement
     size_t frames = 0;
 };
 ToneMeasurement MeasureTone(const float* samples, size_t count, uint32_t sampleRate);
-// Over pieces of chunkFrames: the median frequency, and the level of the
-// pieces that carry the tone whole (the 90th percentile). A dropout on a
-// loaded machine spoils pieces, not the measurement.
+// Over pieces of chunkFrames: the level of the pieces that carry the tone
+// whole (the 90th percentile) and the median frequency of those pieces. A
+// dropout on a loaded machine spoils pieces, not the measurement.
 ToneMeasurement MeasureTonePieces(const float* samples, size_t count, uint32_t sampleRate,
                                   size_t chunkFrames);
 

@@ -389,7 +389,7 @@ TEST_F(PipeWireAudioSystemThreads, PlaybackWithoutADeviceGoesToTheDefaultOutput)
         auto playback = audio_->OpenPlayback(0, SineCallback(750.0, 0.4f, calls));
         ASSERT_TRUE(playback);
         ASSERT_TRUE(playback->Start().Succeeded());
-        const bool arrived = WaitFor([&] { return HasSettledTone(*collector, kRate / 4); });
+        const bool arrived = WaitFor([&] { return HasSettledTone(*collector, kRate / 2); });
         playback->Stop();
         std::optional<uint32_t> defaultNow = audio_->DefaultOutput();
         const bool defaultMoved = !defaultNow || defaultNow != defaultDevice->id;
@@ -401,7 +401,7 @@ TEST_F(PipeWireAudioSystemThreads, PlaybackWithoutADeviceGoesToTheDefaultOutput)
         }
         ASSERT_TRUE(arrived) << "nothing reached \"" << defaultDevice->name << "\" after " << calls->load()
                              << " callbacks";
-        EXPECT_NEAR(MeasureSettled(*collector, kRate / 4).frequency, 750.0, 10.0);
+        EXPECT_NEAR(MeasureSettled(*collector, kRate / 2).frequency, 750.0, 10.0);
         return;
     }
 }
@@ -462,9 +462,9 @@ TEST_F(PipeWireAudioSystemThreads, MoveToCarriesARunningStreamToAnotherDevice)
     EXPECT_FALSE(playback->MoveTo(0x7FFFFFF0u).Succeeded());
 
     ASSERT_TRUE(playback->MoveTo(deviceB->id).Succeeded());
-    ASSERT_TRUE(WaitFor([&] { return HasSettledTone(*onB, kRate / 4); }))
+    ASSERT_TRUE(WaitFor([&] { return HasSettledTone(*onB, kRate / 2); }))
         << "nothing reached the second device";
-    EXPECT_NEAR(MeasureSettled(*onB, kRate / 4).frequency, 600.0, 10.0);
+    EXPECT_NEAR(MeasureSettled(*onB, kRate / 2).frequency, 600.0, 10.0);
 
     // The first device has gone quiet.
     const size_t mark = onA->Frames();
