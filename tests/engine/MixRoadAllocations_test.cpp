@@ -3,84 +3,18 @@
 // mixer's audio thread (pulls, mixing, blocks to the sink) and the output
 // device's thread (requests). Every operator new of the process is counted
 // while the test's own thread sleeps.
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
-#include <new>
 #include <thread>
 
 #include "engine/DRAVManager.h"
 #include "platform/Platform.h"
 #include "platform/sim/SimPlatform.h"
 #include "support/MixRoadTestSupport.h"
-
-namespace
-{
-std::atomic<bool> gCounting{false};
-std::atomic<int64_t> gNews{0};
-
-void CountNew()
-{
-    if (gCounting.load(std::memory_order_relaxed))
-    {
-        gNews.fetch_add(1, std::memory_order_relaxed);
-    }
-}
-
-void* Allocate(size_t size, size_t alignment)
-{
-    CountNew();
-    void* p = alignment <= alignof(std::max_align_t)
-                  ? std::malloc(size == 0 ? 1 : size)
-                  : std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
-    if (p == nullptr)
-    {
-        throw std::bad_alloc();
-    }
-    return p;
-}
-}  // namespace
-
-void* operator new(size_t size)
-{
-    return Allocate(size, 0);
-}
-void* operator new[](size_t size)
-{
-    return Allocate(size, 0);
-}
-void* operator new(size_t size, std::align_val_t alignment)
-{
-    return Allocate(size, static_cast<size_t>(alignment));
-}
-void operator delete(void* p) noexcept
-{
-    std::free(p);
-}
-void operator delete[](void* p) noexcept
-{
-    std::free(p);
-}
-void operator delete(void* p, size_t) noexcept
-{
-    std::free(p);
-}
-void operator delete[](void* p, size_t) noexcept
-{
-    std::free(p);
-}
-void operator delete(void* p, std::align_val_t) noexcept
-{
-    std::free(p);
-}
-void operator delete(void* p, size_t, std::align_val_t) noexcept
-{
-    std::free(p);
-}
+#include "support/OperatorNewCounter.h"
 
 namespace
 {
@@ -89,16 +23,17 @@ using tidemix::platform::SampleEncoding;
 using tidemix::platform::sim::SimDeviceSpec;
 using tidemix::platform::sim::SimPlatform;
 using tidemix::platform::sim::SimSignal;
+using tidemix::test::OperatorNewCounter;
 using tidemix::test::TestMixRoad;
 
 TEST(MixRoadAllocations, ARunningRoadMakesNoHeapCall)
 {
     // The counter sees what it should.
-    gNews.store(0);
-    gCounting.store(true);
-    delete new int(1);
-    gCounting.store(false);
-    ASSERT_EQ(gNews.load(), 1);
+    {
+        OperatorNewCounter counter(OperatorNewCounter::Scope::Process);
+        delete new int(1);
+        ASSERT_EQ(counter.Stop(), 1);
+    }
 
     auto platform = std::make_shared<SimPlatform>();
     Platform::Use(platform);
@@ -150,14 +85,13 @@ TEST(MixRoadAllocations, ARunningRoadMakesNoHeapCall)
             // An event just before the window would log within it; one in
             // this guard spoils the window too.
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
-            gNews.store(0);
-            gCounting.store(true);
+            OperatorNewCounter counter(OperatorNewCounter::Scope::Process);
             std::this_thread::sleep_for(std::chrono::seconds(1));
-            gCounting.store(false);
+            const int64_t windowNews = counter.Stop();
             played = road.Sink().GetFramesPlayed() - playedBefore;
             if (events() == eventsBefore)
             {
-                news = gNews.load();
+                news = windowNews;
                 break;
             }
             printf(

@@ -42,37 +42,18 @@ double Decibels(double meanSquare)
     return 10.0 * std::log10(meanSquare);
 }
 
-// A tone's amplitude in the pieces that carry it whole: the 90th percentile
-// over the pieces. A piece spoiled by an underrun (silence), a dropped block
-// or an overrun (a jump in the phase) reads low, never high; on a virtual
-// machine whose threads lose their processor now and then many pieces are
-// spoiled, but a wrong gain or rate moves every piece.
+// A tone's amplitude in the 20 ms pieces that carry it whole.
 double ToneAmplitude(const std::vector<float>& samples, double frequency)
 {
-    std::vector<double> amplitudes;
-    for (size_t start = 0; start + kPieceFrames <= samples.size(); start += kPieceFrames)
-    {
-        const std::vector<float> piece(samples.begin() + static_cast<long>(start),
-                                       samples.begin() + static_cast<long>(start + kPieceFrames));
-        amplitudes.push_back(tidemix::test::ToneAmplitude(piece, kRate, frequency));
-    }
-    if (amplitudes.empty())
-    {
-        return -1.0;
-    }
-    const size_t index = amplitudes.size() * 9 / 10;
-    std::nth_element(amplitudes.begin(), amplitudes.begin() + static_cast<long>(index), amplitudes.end());
-    return amplitudes[index];
+    return tidemix::test::WholeToneAmplitude(tidemix::test::Pieces(samples, kPieceFrames), kRate, frequency);
 }
 
 // The loudest piece's amplitude of a tone that must be absent.
 double LoudestToneAmplitude(const std::vector<float>& samples, double frequency)
 {
     double loudest = 0.0;
-    for (size_t start = 0; start + kPieceFrames <= samples.size(); start += kPieceFrames)
+    for (const std::vector<float>& piece : tidemix::test::Pieces(samples, kPieceFrames))
     {
-        const std::vector<float> piece(samples.begin() + static_cast<long>(start),
-                                       samples.begin() + static_cast<long>(start + kPieceFrames));
         loudest = std::max(loudest, tidemix::test::ToneAmplitude(piece, kRate, frequency));
     }
     return loudest;

@@ -91,4 +91,32 @@ std::vector<float> Deinterleave(const std::vector<float>& interleaved, uint32_t 
     return result;
 }
 
+std::vector<std::vector<float>> Pieces(const std::vector<float>& samples, size_t pieceFrames)
+{
+    std::vector<std::vector<float>> pieces;
+    for (size_t start = 0; pieceFrames > 0 && start + pieceFrames <= samples.size(); start += pieceFrames)
+    {
+        pieces.emplace_back(samples.begin() + static_cast<std::ptrdiff_t>(start),
+                            samples.begin() + static_cast<std::ptrdiff_t>(start + pieceFrames));
+    }
+    return pieces;
+}
+
+double WholeToneAmplitude(const std::vector<std::vector<float>>& pieces, double sampleRate, double frequency)
+{
+    std::vector<double> amplitudes;
+    for (const std::vector<float>& piece : pieces)
+    {
+        amplitudes.push_back(ToneAmplitude(piece, sampleRate, frequency));
+    }
+    if (amplitudes.empty())
+    {
+        return -1.0;
+    }
+    const size_t index = amplitudes.size() * 9 / 10;
+    std::nth_element(amplitudes.begin(), amplitudes.begin() + static_cast<std::ptrdiff_t>(index),
+                     amplitudes.end());
+    return amplitudes[index];
+}
+
 }  // namespace tidemix::test

@@ -13,9 +13,10 @@ namespace threads_test
 // Generous limits: these tests run on a loaded 2-core machine under sanitizers.
 constexpr std::chrono::seconds kPatience{20};
 
-// Polls `predicate` every millisecond until it holds or `limit` passes.
+// Polls `predicate` every `poll` until it holds or `limit` passes.
 inline bool WaitUntil(const std::function<bool()>& predicate,
-                      std::chrono::steady_clock::duration limit = kPatience)
+                      std::chrono::steady_clock::duration limit = kPatience,
+                      std::chrono::milliseconds poll = std::chrono::milliseconds(1))
 {
     const auto deadline = std::chrono::steady_clock::now() + limit;
     while (!predicate())
@@ -24,7 +25,7 @@ inline bool WaitUntil(const std::function<bool()>& predicate,
         {
             return predicate();
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        std::this_thread::sleep_for(poll);
     }
     return true;
 }

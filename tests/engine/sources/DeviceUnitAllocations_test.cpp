@@ -2,14 +2,11 @@
 // the two device units once they run: the capture source's packet and block
 // path, the renderer sink's request path. The device thread is the test's own
 // thread here (the hand-driven platform), so only that thread counts.
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <memory>
-#include <new>
 #include <string>
 #include <vector>
 
@@ -20,78 +17,7 @@
 #include "engine/sources/DRAVSourceAudioCaptureCoreAudio.h"
 #include "platform/Platform.h"
 #include "support/DeviceUnitTestSupport.h"
-
-namespace
-{
-thread_local bool tCounting = false;
-std::atomic<int64_t> gNews{0};
-
-void* CountedNew(size_t size)
-{
-    if (tCounting)
-    {
-        gNews.fetch_add(1, std::memory_order_relaxed);
-    }
-    void* p = std::malloc(size == 0 ? 1 : size);
-    if (p == nullptr)
-    {
-        throw std::bad_alloc();
-    }
-    return p;
-}
-
-void* CountedAlignedNew(size_t size, std::align_val_t alignment)
-{
-    if (tCounting)
-    {
-        gNews.fetch_add(1, std::memory_order_relaxed);
-    }
-    const auto align = static_cast<size_t>(alignment);
-    void* p = std::aligned_alloc(align, (size + align - 1) / align * align);
-    if (p == nullptr)
-    {
-        throw std::bad_alloc();
-    }
-    return p;
-}
-
-// Counts the heap calls of this thread while alive.
-class CountScope
-{
-public:
-    CountScope()
-    {
-        gNews.store(0);
-        tCounting = true;
-    }
-    ~CountScope() { tCounting = false; }
-};
-}  // namespace
-
-void* operator new(size_t size)
-{
-    return CountedNew(size);
-}
-void* operator new(size_t size, std::align_val_t alignment)
-{
-    return CountedAlignedNew(size, alignment);
-}
-void operator delete(void* p) noexcept
-{
-    std::free(p);
-}
-void operator delete(void* p, size_t) noexcept
-{
-    std::free(p);
-}
-void operator delete(void* p, std::align_val_t) noexcept
-{
-    std::free(p);
-}
-void operator delete(void* p, size_t, std::align_val_t) noexcept
-{
-    std::free(p);
-}
+#include "support/OperatorNewCounter.h"
 
 namespace
 {
@@ -100,6 +26,7 @@ using deviceunits_test::HandDrivenPlatform;
 using tidemix::platform::Platform;
 using tidemix::platform::SampleEncoding;
 using tidemix::platform::sim::SimDeviceSpec;
+using tidemix::test::OperatorNewCounter;
 
 // The engine's own ring and level meter, as on the road of a mix.
 class DeviceUnitAllocations : public ::testing::Test
@@ -145,9 +72,9 @@ protected:
 
 TEST_F(DeviceUnitAllocations, CountingSeesAnAllocation)
 {
-    CountScope count;
+    OperatorNewCounter counter(OperatorNewCounter::Scope::ThisThread);
     auto probe = std::make_unique<std::string>(64, 'x');
-    EXPECT_GE(gNews.load(), 1);
+    EXPECT_GE(counter.Stop(), 1);
 }
 
 TEST_F(DeviceUnitAllocations, CaptureSourceMakesBlocksWithoutTheHeap)
@@ -187,12 +114,12 @@ TEST_F(DeviceUnitAllocations, CaptureSourceMakesBlocksWithoutTheHeap)
     const int64_t blocksBefore = source->GetBlockCount();
     int64_t news = 0;
     {
-        CountScope count;
+        OperatorNewCounter counter(OperatorNewCounter::Scope::ThisThread);
         for (int i = 0; i < 400; ++i)
         {
             stream->capture(packet);
         }
-        news = gNews.load();
+        news = counter.Stop();
     }
     // 441 frames at 44100 Hz make one block of 960 every second packet.
     EXPECT_EQ(source->GetBlockCount(), blocksBefore + 200);
@@ -229,9 +156,9 @@ TEST_F(DeviceUnitAllocations, RendererSinkAnswersRequestsWithoutTheHeap)
     for (size_t i = 1; i < blocks.size(); ++i)
     {
         ASSERT_TRUE(sink->SendFrame(blocks[i]).Succeeded());
-        CountScope count;
+        OperatorNewCounter counter(OperatorNewCounter::Scope::ThisThread);
         stream->playback(request);
-        news += gNews.load();
+        news += counter.Stop();
     }
     EXPECT_EQ(news, 0);
     EXPECT_EQ(sink->GetUnderrunCount(), 0);
@@ -241,9 +168,9 @@ TEST_F(DeviceUnitAllocations, RendererSinkAnswersRequestsWithoutTheHeap)
         request.frames = 48000;
         output.resize(48000 * 2);
         buffers[0] = output.data();
-        CountScope count;
+        OperatorNewCounter counter(OperatorNewCounter::Scope::ThisThread);
         stream->playback(request);
-        news = gNews.load();
+        news = counter.Stop();
     }
     EXPECT_EQ(news, 0);
     EXPECT_EQ(sink->GetUnderrunCount(), 1);

@@ -20,6 +20,7 @@
 #include "platform/HostTime.h"
 #include "portable-core/DRAVLog.h"
 #include "support/PipeWireTestSupport.h"
+#include "support/ThreadsTestSupport.h"
 
 extern char** environ;
 
@@ -37,16 +38,7 @@ constexpr auto kWait = std::chrono::seconds(20);
 
 bool WaitFor(const std::function<bool()>& condition, std::chrono::milliseconds timeout = kWait)
 {
-    auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!condition())
-    {
-        if (std::chrono::steady_clock::now() > deadline)
-        {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return true;
+    return threads_test::WaitUntil(condition, timeout, std::chrono::milliseconds(10));
 }
 
 std::string UniqueName(const char* what)

@@ -22,6 +22,7 @@
 #include "support/MixRoadTestSupport.h"
 #include "support/PipeWireTestSupport.h"
 #include "support/SimAudioAnalysis.h"
+#include "support/ThreadsTestSupport.h"
 
 namespace
 {
@@ -35,18 +36,10 @@ using tidemix::test::TestMixRoad;
 constexpr uint32_t kRate = 48000;
 constexpr auto kWait = std::chrono::seconds(30);
 
+// Polls at a pace that suits predicates which copy seconds of sound.
 bool WaitFor(const std::function<bool()>& condition)
 {
-    const auto deadline = std::chrono::steady_clock::now() + kWait;
-    while (!condition())
-    {
-        if (std::chrono::steady_clock::now() > deadline)
-        {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return true;
+    return threads_test::WaitUntil(condition, kWait, std::chrono::milliseconds(20));
 }
 
 std::optional<AudioDeviceInfo> WaitForDevice(const std::string& uid)
@@ -77,37 +70,10 @@ constexpr double kFlowingRms = 0.2;
 // The 20 ms pieces in which the output flowed.
 std::vector<std::vector<float>> FlowingPieces(const std::vector<float>& samples)
 {
-    std::vector<std::vector<float>> pieces;
-    for (size_t start = 0; start + kPieceFrames <= samples.size(); start += kPieceFrames)
-    {
-        std::vector<float> piece(samples.begin() + static_cast<long>(start),
-                                 samples.begin() + static_cast<long>(start + kPieceFrames));
-        if (tidemix::test::Rms(piece) >= kFlowingRms)
-        {
-            pieces.push_back(std::move(piece));
-        }
-    }
+    std::vector<std::vector<float>> pieces = tidemix::test::Pieces(samples, kPieceFrames);
+    std::erase_if(pieces,
+                  [](const std::vector<float>& piece) { return tidemix::test::Rms(piece) < kFlowingRms; });
     return pieces;
-}
-
-// A tone's amplitude in the flowing pieces that carry it whole: the 90th
-// percentile. A ring that overran or ran dry, or a sink that dropped or
-// underran, spoils a piece, which then reads low, never high; a wrong gain
-// moves every piece.
-double ToneAmplitude(const std::vector<std::vector<float>>& pieces, double frequency)
-{
-    std::vector<double> amplitudes;
-    for (const std::vector<float>& piece : pieces)
-    {
-        amplitudes.push_back(tidemix::test::ToneAmplitude(piece, kRate, frequency));
-    }
-    if (amplitudes.empty())
-    {
-        return -1.0;
-    }
-    const size_t index = amplitudes.size() * 9 / 10;
-    std::nth_element(amplitudes.begin(), amplitudes.begin() + static_cast<long>(index), amplitudes.end());
-    return amplitudes[index];
 }
 
 TEST(PipeWireMixRoad, TwoNodesMixIntoAThirdAtTheirBusGains)
@@ -189,8 +155,8 @@ TEST(PipeWireMixRoad, TwoNodesMixIntoAThirdAtTheirBusGains)
             static_cast<long long>(musicRing ? musicRing->GetOverrunCount() : -1),
             static_cast<long long>(voiceRing ? voiceRing->GetShortPullCount() : -1),
             static_cast<long long>(musicRing ? musicRing->GetShortPullCount() : -1));
-        EXPECT_NEAR(ToneAmplitude(pieces, 1000.0), 0.5, 0.5 * 0.05);
-        EXPECT_NEAR(ToneAmplitude(pieces, 300.0), 0.25, 0.25 * 0.05);
+        EXPECT_NEAR(tidemix::test::WholeToneAmplitude(pieces, kRate, 1000.0), 0.5, 0.5 * 0.05);
+        EXPECT_NEAR(tidemix::test::WholeToneAmplitude(pieces, kRate, 300.0), 0.25, 0.25 * 0.05);
         road.Stop();
     }
     DRAVManager::GetDRAVManager()->Deinit();
