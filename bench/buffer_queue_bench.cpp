@@ -3,8 +3,8 @@
 #include <atomic>
 #include <thread>
 
-#include "engine/DRAVMemoryPoolRAM.h"
-#include "engine/DRAVThreadedBufferQueue.h"
+#include "engine/media/DRAVMemoryPoolRAM.h"
+#include "engine/units/DRAVThreadedBufferQueue.h"
 
 namespace
 {

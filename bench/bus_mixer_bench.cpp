@@ -8,8 +8,8 @@
 #include <cstring>
 #include <vector>
 
-#include "engine/AlignedSampleBuffer.h"
-#include "engine/AudioBusMixer.h"
+#include "engine/media/AlignedSampleBuffer.h"
+#include "engine/devices/AudioBusMixer.h"
 
 namespace
 {

@@ -7,8 +7,8 @@
 #include <cmath>
 #include <vector>
 
-#include "engine/AlignedSampleBuffer.h"
-#include "engine/AudioFormatConverter.h"
+#include "engine/media/AlignedSampleBuffer.h"
+#include "engine/devices/AudioFormatConverter.h"
 
 namespace
 {

@@ -9,8 +9,8 @@
 #include <numbers>
 #include <vector>
 
-#include "engine/DRAVAudioBuffer.h"
-#include "engine/DRAVAudioLevelmeter.h"
+#include "engine/media/DRAVAudioBuffer.h"
+#include "engine/filters/DRAVAudioLevelmeter.h"
 
 namespace
 {

@@ -3,8 +3,8 @@
 #include <cstdlib>
 #include <vector>
 
-#include "engine/DRAVAudioBuffer.h"
-#include "engine/DRAVMemoryPoolRAM.h"
+#include "engine/media/DRAVAudioBuffer.h"
+#include "engine/media/DRAVMemoryPoolRAM.h"
 
 namespace
 {

@@ -13,9 +13,9 @@
 #include <new>
 #include <vector>
 
-#include "engine/AlignedSampleBuffer.h"
-#include "engine/AudioBusMixer.h"
-#include "engine/DRAVMultiChannelAudioMixerCoreAudio.h"
+#include "engine/media/AlignedSampleBuffer.h"
+#include "engine/devices/AudioBusMixer.h"
+#include "engine/devices/DRAVMultiChannelAudioMixerCoreAudio.h"
 
 namespace
 {

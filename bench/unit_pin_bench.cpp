@@ -3,9 +3,9 @@
 #include <atomic>
 #include <memory>
 
-#include "engine/DRAVAudioBuffer.h"
-#include "engine/DRAVMemoryPoolRAM.h"
-#include "engine/DRAVUnit.h"
+#include "engine/media/DRAVAudioBuffer.h"
+#include "engine/media/DRAVMemoryPoolRAM.h"
+#include "engine/units/DRAVUnit.h"
 
 namespace
 {

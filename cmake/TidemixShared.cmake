@@ -40,7 +40,7 @@ install(TARGETS TidemixApi EXPORT TidemixApiTargets
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tidemix)
 foreach(_dir portable-core portable-core/json platform platform/sim sound sockets settings
-        engine engine/sources engine/sinks microphones observers observers/appaudio control)
+        engine engine/media engine/units engine/filters engine/devices engine/sources engine/sinks microphones observers observers/appaudio control)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/${_dir}/
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tidemix/${_dir}
     FILES_MATCHING PATTERN "*.h" PATTERN "*/*" EXCLUDE)

@@ -11,7 +11,7 @@
 #include "control/DRMXProcessActivity.h"
 #include "control/DRMXValueNormalization.h"
 #include "engine/DRAVManager.h"
-#include "engine/DRMXVirtualDeviceNames.h"
+#include "engine/devices/DRMXVirtualDeviceNames.h"
 #include "engine/sinks/DRAVSinkMakers.h"
 #include "microphones/DRMXMicrophoneConfigurable.h"
 #include "observers/DRMXDeviceObserverCoreAudio.h"

@@ -4,10 +4,10 @@
 #include <functional>
 #include <set>
 
-#include "engine/DRAVEngineFilters.h"
+#include "engine/filters/DRAVEngineFilters.h"
 #include "engine/DRAVPlatformSpecific.h"
-#include "engine/DRAVPlatformUnitMakers.h"
-#include "engine/DRAVTestSourceDescriptors.h"
+#include "engine/units/DRAVPlatformUnitMakers.h"
+#include "engine/units/DRAVTestSourceDescriptors.h"
 #include "portable-core/BreakIntoDebugger.h"
 #include "portable-core/DRAVLogFolder.h"
 #include "portable-core/DplFile.h"
@@ -105,6 +105,7 @@ DRAVUnitFactory DRAVManager::MakeUnitFactory()
         return result;
     };
     factory.removeUnit = [this](const std::shared_ptr<DRAVUnit>& unit) { RemoveUnit(unit); };
+    factory.listSiblings = [this](const std::string& objectId) { return GetSiblings(objectId); };
     return factory;
 }
 

@@ -8,8 +8,8 @@
 #include <thread>
 #include <vector>
 
-#include "engine/DRAVDeviceObserverSubjectInterface.h"
-#include "engine/DRAVSourceDescriptor.h"
+#include "engine/units/DRAVDeviceObserverSubjectInterface.h"
+#include "engine/units/DRAVSourceDescriptor.h"
 #include "portable-core/CDplThreadMutex.h"
 #include "portable-core/DRAVResult.h"
 #include "portable-core/DRAVTime.h"

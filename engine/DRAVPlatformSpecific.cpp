@@ -1,7 +1,7 @@
 #include "engine/DRAVPlatformSpecific.h"
 
-#include "engine/DRAVDeviceCoreAudio.h"
-#include "engine/DRAVPlatformUnitMakers.h"
+#include "engine/devices/DRAVDeviceCoreAudio.h"
+#include "engine/units/DRAVPlatformUnitMakers.h"
 
 DRAVResult InitManagerPlatformSpecific()
 {

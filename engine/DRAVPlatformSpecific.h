@@ -3,11 +3,11 @@
 #include <memory>
 #include <vector>
 
-#include "engine/DRAVDeviceObserverSubjectInterface.h"
-#include "engine/DRAVFilter.h"
-#include "engine/DRAVSink.h"
-#include "engine/DRAVSource.h"
-#include "engine/DRAVSourceDescriptor.h"
+#include "engine/units/DRAVDeviceObserverSubjectInterface.h"
+#include "engine/units/DRAVFilter.h"
+#include "engine/units/DRAVSink.h"
+#include "engine/units/DRAVSource.h"
+#include "engine/units/DRAVSourceDescriptor.h"
 #include "portable-core/DRAVResult.h"
 
 // The engine's hooks into the platform; each has one definition.

@@ -6,9 +6,9 @@
 #include <thread>
 
 #include "engine/DRAVManager.h"
-#include "engine/DRAVMultiChannelAudioMixerCoreAudio.h"
-#include "engine/DRAVRingBuffer.h"
-#include "engine/DRAVUnitOutputPin.h"
+#include "engine/devices/DRAVMultiChannelAudioMixerCoreAudio.h"
+#include "engine/units/DRAVRingBuffer.h"
+#include "engine/units/DRAVUnitOutputPin.h"
 #include "engine/sinks/DRAVSinkAudioRendererAudioUnit.h"
 #include "engine/sources/DRAVSourceAudioCaptureCoreAudio.h"
 #include "platform/Platform.h"

@@ -7,10 +7,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "engine/AudioFormatConverter.h"
-#include "engine/DRAVAudioBuffer.h"
-#include "engine/DRAVBufferRAM.h"
-#include "engine/DRAVMediaBufferLock.h"
+#include "engine/devices/AudioFormatConverter.h"
+#include "engine/media/DRAVAudioBuffer.h"
+#include "engine/media/DRAVBufferRAM.h"
+#include "engine/media/DRAVMediaBufferLock.h"
 #include "platform/Platform.h"
 #include "portable-core/BreakIntoDebugger.h"
 #include "portable-core/DplBipBuffer.h"

@@ -4,8 +4,8 @@
 #include <memory>
 #include <string>
 
-#include "engine/DRAVBlockFrameCount.h"
-#include "engine/DRAVSink.h"
+#include "engine/media/DRAVBlockFrameCount.h"
+#include "engine/units/DRAVSink.h"
 
 // Plays blocks on one output device. The mix's audio thread pushes blocks
 // into bip buffers; the device asks for its packets on its own thread and a

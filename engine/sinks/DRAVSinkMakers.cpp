@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "engine/DRAVPlatformUnitMakers.h"
+#include "engine/units/DRAVPlatformUnitMakers.h"
 #include "engine/sinks/DRAVSinkAudioRendererAudioUnit.h"
 #include "engine/sinks/DRAVSinkPreview.h"
 

@@ -1,6 +1,6 @@
 #include "engine/sinks/DRAVSinkPreview.h"
 
-#include "engine/DRAVUnitFactory.h"
+#include "engine/units/DRAVUnitFactory.h"
 #include "portable-core/KVCMapBuilder.h"
 
 DRAVSinkPreview::DRAVSinkPreview(const DRAVSinkConfig& config)

@@ -3,7 +3,7 @@
 #include <atomic>
 #include <memory>
 
-#include "engine/DRAVSink.h"
+#include "engine/units/DRAVSink.h"
 
 inline constexpr char kPropertySinkAlternativeAudioRenderer[] = "Alternative Audio Renderer";
 inline constexpr char kPropertySinkAlternativeVideoRenderer[] = "Alternative Video Renderer";

@@ -6,12 +6,12 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "engine/AudioFormatConverter.h"
-#include "engine/DRAVAudioBuffer.h"
-#include "engine/DRAVBufferRAM.h"
-#include "engine/DRAVDeviceCoreAudio.h"
+#include "engine/devices/AudioFormatConverter.h"
+#include "engine/media/DRAVAudioBuffer.h"
+#include "engine/media/DRAVBufferRAM.h"
+#include "engine/devices/DRAVDeviceCoreAudio.h"
 #include "engine/DRAVManager.h"
-#include "engine/DRAVMediaBufferLock.h"
+#include "engine/media/DRAVMediaBufferLock.h"
 #include "platform/Platform.h"
 #include "portable-core/DRAVLog.h"
 #include "portable-core/DplBipBuffer.h"

@@ -4,8 +4,8 @@
 #include <memory>
 #include <string>
 
-#include "engine/DRAVBlockFrameCount.h"
-#include "engine/DRAVSource.h"
+#include "engine/media/DRAVBlockFrameCount.h"
+#include "engine/units/DRAVSource.h"
 
 // Takes audio from one capture device, in whatever format the device has,
 // and hands it out in blocks of bufferSizeFrameCount frames of 48000 Hz

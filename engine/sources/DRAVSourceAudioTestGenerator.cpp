@@ -3,8 +3,8 @@
 #include <cmath>
 #include <numbers>
 
-#include "engine/DRAVBufferRAM.h"
-#include "engine/DRAVMediaBufferLock.h"
+#include "engine/media/DRAVBufferRAM.h"
+#include "engine/media/DRAVMediaBufferLock.h"
 #include "portable-core/KVCMapBuilder.h"
 
 namespace

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <memory>
 
-#include "engine/DRAVAudioBuffer.h"
-#include "engine/DRAVSource.h"
+#include "engine/media/DRAVAudioBuffer.h"
+#include "engine/units/DRAVSource.h"
 
 // A source that makes a test tone on the consumer's clock, without hardware.
 // Each channel plays a lower pitch than the one before; the first frame of

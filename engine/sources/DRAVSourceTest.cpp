@@ -1,6 +1,6 @@
 #include "engine/sources/DRAVSourceTest.h"
 
-#include "engine/DRAVUnitFactory.h"
+#include "engine/units/DRAVUnitFactory.h"
 
 double gTestSineHz = 880.0;
 

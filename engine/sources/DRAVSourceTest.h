@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "engine/DRAVSource.h"
+#include "engine/units/DRAVSource.h"
 
 // The frequency the composite test source gives its audio generator.
 extern double gTestSineHz;

@@ -1,4 +1,4 @@
-#include "engine/AudioBusMixer.h"
+#include "engine/devices/AudioBusMixer.h"
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,7 @@
 #include <thread>
 #include <vector>
 
-#include "engine/AudioBusMixer.h"
+#include "engine/devices/AudioBusMixer.h"
 
 namespace tidemix::engine
 {

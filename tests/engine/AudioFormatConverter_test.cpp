@@ -1,4 +1,4 @@
-#include "engine/AudioFormatConverter.h"
+#include "engine/devices/AudioFormatConverter.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "engine/DRAVAudioBufferList.h"
-#include "engine/DRAVAudioFormat.h"
+#include "engine/media/DRAVAudioBufferList.h"
+#include "engine/media/DRAVAudioFormat.h"
 
 #include <gtest/gtest.h>
 

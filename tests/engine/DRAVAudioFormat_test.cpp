@@ -1,10 +1,10 @@
-#include "engine/DRAVAudioFormat.h"
+#include "engine/media/DRAVAudioFormat.h"
 
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
 
-#include "engine/DRAVAudioFormatConfiguration.h"
+#include "engine/media/DRAVAudioFormatConfiguration.h"
 
 namespace
 {

@@ -1,13 +1,13 @@
-#include "engine/DRAVAudioLevelmeter.h"
+#include "engine/filters/DRAVAudioLevelmeter.h"
 
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <vector>
 
-#include "engine/DRAVAudioBuffer.h"
-#include "engine/DRAVEngineFilters.h"
-#include "engine/DRAVSource.h"
+#include "engine/media/DRAVAudioBuffer.h"
+#include "engine/filters/DRAVEngineFilters.h"
+#include "engine/units/DRAVSource.h"
 #include "support/UnitTestSupport.h"
 
 using namespace unittest;

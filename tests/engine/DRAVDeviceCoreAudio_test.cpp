@@ -1,4 +1,4 @@
-#include "engine/DRAVDeviceCoreAudio.h"
+#include "engine/devices/DRAVDeviceCoreAudio.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <tuple>
 
 #include "engine/DRAVPlatformSpecific.h"
-#include "engine/DRMXVirtualDeviceNames.h"
+#include "engine/devices/DRMXVirtualDeviceNames.h"
 #include "platform/Platform.h"
 #include "platform/sim/SimPlatform.h"
 #include "settings/DRMXSettingsTypes.h"

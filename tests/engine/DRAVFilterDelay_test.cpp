@@ -1,12 +1,12 @@
-#include "engine/DRAVFilterDelay.h"
+#include "engine/filters/DRAVFilterDelay.h"
 
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <vector>
 
-#include "engine/DRAVAudioBuffer.h"
-#include "engine/DRAVThreadedBufferQueue.h"
+#include "engine/media/DRAVAudioBuffer.h"
+#include "engine/units/DRAVThreadedBufferQueue.h"
 #include "support/UnitTestSupport.h"
 
 using namespace unittest;

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "engine/DRAVAudioBuffer.h"
-#include "engine/DRAVAudioLevelmeter.h"
-#include "engine/DRAVFilterDelay.h"
+#include "engine/media/DRAVAudioBuffer.h"
+#include "engine/filters/DRAVAudioLevelmeter.h"
+#include "engine/filters/DRAVFilterDelay.h"
 #include "engine/sinks/DRAVSinkAudioRendererAudioUnit.h"
 #include "engine/sinks/DRAVSinkMakers.h"
 #include "engine/sinks/DRAVSinkPreview.h"

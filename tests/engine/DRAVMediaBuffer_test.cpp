@@ -1,13 +1,13 @@
-#include "engine/DRAVMediaBuffer.h"
+#include "engine/media/DRAVMediaBuffer.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <vector>
 
-#include "engine/DRAVAudioBuffer.h"
-#include "engine/DRAVBufferRAM.h"
-#include "engine/DRAVMediaBufferLock.h"
+#include "engine/media/DRAVAudioBuffer.h"
+#include "engine/media/DRAVBufferRAM.h"
+#include "engine/media/DRAVMediaBufferLock.h"
 
 namespace
 {

@@ -14,11 +14,11 @@
 #include <new>
 #include <vector>
 
-#include "engine/DRAVAudioBuffer.h"
-#include "engine/DRAVBufferRAM.h"
-#include "engine/DRAVFrameObjectPool.h"
-#include "engine/DRAVMediaBufferLock.h"
-#include "engine/DRAVMemoryPoolRAM.h"
+#include "engine/media/DRAVAudioBuffer.h"
+#include "engine/media/DRAVBufferRAM.h"
+#include "engine/media/DRAVFrameObjectPool.h"
+#include "engine/media/DRAVMediaBufferLock.h"
+#include "engine/media/DRAVMemoryPoolRAM.h"
 
 namespace
 {

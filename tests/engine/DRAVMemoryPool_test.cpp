@@ -1,12 +1,12 @@
-#include "engine/DRAVMemoryPoolRAM.h"
+#include "engine/media/DRAVMemoryPoolRAM.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <vector>
 
-#include "engine/DRAVAudioBuffer.h"
-#include "engine/DRAVBufferRAM.h"
+#include "engine/media/DRAVAudioBuffer.h"
+#include "engine/media/DRAVBufferRAM.h"
 
 namespace
 {

@@ -1,4 +1,4 @@
-#include "engine/DRAVMultiChannelAudioMixerCoreAudio.h"
+#include "engine/devices/DRAVMultiChannelAudioMixerCoreAudio.h"
 
 #include <gtest/gtest.h>
 

@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "engine/DRAVMultiChannelAudioMixerCoreAudio.h"
+#include "engine/devices/DRAVMultiChannelAudioMixerCoreAudio.h"
 #include "support/MixerUnitTestSupport.h"
 #include "support/ThreadsTestSupport.h"
 #include "support/UnitTestSupport.h"

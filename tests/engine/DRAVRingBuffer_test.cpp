@@ -1,4 +1,4 @@
-#include "engine/DRAVRingBuffer.h"
+#include "engine/units/DRAVRingBuffer.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <random>
 #include <vector>
 
-#include "engine/DRAVBufferRAM.h"
+#include "engine/media/DRAVBufferRAM.h"
 #include "support/UnitTestSupport.h"
 
 using unittest::MakeFrame;

@@ -1,4 +1,4 @@
-#include "engine/DRAVRingBuffer.h"
+#include "engine/units/DRAVRingBuffer.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "engine/DRAVThreadedBufferQueue.h"
+#include "engine/units/DRAVThreadedBufferQueue.h"
 
 #include <gtest/gtest.h>
 #include <pthread.h>

@@ -1,4 +1,4 @@
-#include "engine/DRAVSource.h"
+#include "engine/units/DRAVSource.h"
 
 #include <gtest/gtest.h>
 
@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "engine/DRAVDevice.h"
-#include "engine/DRAVSink.h"
+#include "engine/units/DRAVDevice.h"
+#include "engine/units/DRAVSink.h"
 #include "support/UnitTestSupport.h"
 
 using namespace unittest;

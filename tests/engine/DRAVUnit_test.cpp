@@ -1,15 +1,15 @@
-#include "engine/DRAVUnit.h"
+#include "engine/units/DRAVUnit.h"
 
 #include <gtest/gtest.h>
 
-#include "engine/DRAVRingBuffer.h"
+#include "engine/units/DRAVRingBuffer.h"
 
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "engine/DRAVUnitAutoState.h"
+#include "engine/units/DRAVUnitAutoState.h"
 #include "portable-core/BreakIntoDebugger.h"
 #include "support/UnitTestSupport.h"
 

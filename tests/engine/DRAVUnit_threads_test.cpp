@@ -1,4 +1,4 @@
-#include "engine/DRAVUnit.h"
+#include "engine/units/DRAVUnit.h"
 
 #include <gtest/gtest.h>
 #include <pthread.h>

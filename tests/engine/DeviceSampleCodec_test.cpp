@@ -1,4 +1,4 @@
-#include "engine/DeviceSampleCodec.h"
+#include "engine/devices/DeviceSampleCodec.h"
 
 #include <gtest/gtest.h>
 

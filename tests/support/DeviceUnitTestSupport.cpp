@@ -4,9 +4,9 @@
 #include <cmath>
 #include <numbers>
 
-#include "engine/DRAVAudioBuffer.h"
-#include "engine/DRAVBufferRAM.h"
-#include "engine/DRAVMediaBufferLock.h"
+#include "engine/media/DRAVAudioBuffer.h"
+#include "engine/media/DRAVBufferRAM.h"
+#include "engine/media/DRAVMediaBufferLock.h"
 
 namespace deviceunits_test
 {

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "engine/DRAVFilter.h"
-#include "engine/DRAVUnitFactory.h"
+#include "engine/units/DRAVFilter.h"
+#include "engine/units/DRAVUnitFactory.h"
 #include "platform/CountingProcessActivity.h"
 #include "platform/Platform.h"
 #include "platform/sim/SimAudioWorld.h"

@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "engine/DRAVDeviceObserverSubject.h"
+#include "engine/units/DRAVDeviceObserverSubject.h"
 #include "engine/DRAVManager.h"
-#include "engine/DRAVPlatformUnitMakers.h"
-#include "engine/DRAVUnitFactory.h"
+#include "engine/units/DRAVPlatformUnitMakers.h"
+#include "engine/units/DRAVUnitFactory.h"
 #include "portable-core/KVObserver.h"
 
 namespace unittest

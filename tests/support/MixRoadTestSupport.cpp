@@ -2,10 +2,10 @@
 
 #include <string>
 
-#include "engine/DRAVAudioFormat.h"
-#include "engine/DRAVPinType.h"
-#include "engine/DRAVUnitOutputPin.h"
-#include "engine/DRAVUnitState.h"
+#include "engine/media/DRAVAudioFormat.h"
+#include "engine/units/DRAVPinType.h"
+#include "engine/units/DRAVUnitOutputPin.h"
+#include "engine/units/DRAVUnitState.h"
 
 namespace tidemix::test
 {

@@ -4,8 +4,8 @@
 #include <map>
 #include <memory>
 
-#include "engine/DRAVMultiChannelAudioMixerCoreAudio.h"
-#include "engine/DRAVRingBuffer.h"
+#include "engine/devices/DRAVMultiChannelAudioMixerCoreAudio.h"
+#include "engine/units/DRAVRingBuffer.h"
 #include "engine/sinks/DRAVSinkAudioRendererAudioUnit.h"
 #include "engine/sources/DRAVSourceAudioCaptureCoreAudio.h"
 #include "portable-core/DRAVResult.h"

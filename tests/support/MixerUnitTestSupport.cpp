@@ -7,8 +7,8 @@
 #include <cstring>
 #include <thread>
 
-#include "engine/DRAVBufferRAM.h"
-#include "engine/DRAVMediaBufferLock.h"
+#include "engine/media/DRAVBufferRAM.h"
+#include "engine/media/DRAVMediaBufferLock.h"
 
 namespace mixerunit_test
 {

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "engine/DRAVMultiChannelAudioMixerCoreAudio.h"
-#include "engine/DRAVSink.h"
-#include "engine/DRAVSource.h"
+#include "engine/devices/DRAVMultiChannelAudioMixerCoreAudio.h"
+#include "engine/units/DRAVSink.h"
+#include "engine/units/DRAVSource.h"
 
 namespace mixerunit_test
 {

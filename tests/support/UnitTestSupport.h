@@ -9,14 +9,14 @@
 #include <thread>
 #include <vector>
 
-#include "engine/DRAVAudioBuffer.h"
-#include "engine/DRAVFilter.h"
-#include "engine/DRAVMemoryPoolRAM.h"
-#include "engine/DRAVQueueInterface.h"
-#include "engine/DRAVSink.h"
-#include "engine/DRAVSource.h"
-#include "engine/DRAVUnitFactory.h"
-#include "engine/DRAVUnitPin.h"
+#include "engine/media/DRAVAudioBuffer.h"
+#include "engine/units/DRAVFilter.h"
+#include "engine/media/DRAVMemoryPoolRAM.h"
+#include "engine/units/DRAVQueueInterface.h"
+#include "engine/units/DRAVSink.h"
+#include "engine/units/DRAVSource.h"
+#include "engine/units/DRAVUnitFactory.h"
+#include "engine/units/DRAVUnitPin.h"
 
 namespace unittest
 {

@@ -7,8 +7,8 @@
 #include <thread>
 #include <vector>
 
-#include "engine/DRAVAudioLevelmeter.h"
-#include "engine/DRAVEngineFilters.h"
+#include "engine/filters/DRAVAudioLevelmeter.h"
+#include "engine/filters/DRAVEngineFilters.h"
 #include "engine/sources/DRAVSourceAudioCaptureCoreAudio.h"
 #include "platform/Platform.h"
 #include "platform/sim/SimPlatform.h"

@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "engine/DRAVAudioLevelmeter.h"
-#include "engine/DRAVEngineFilters.h"
-#include "engine/DRAVMemoryPoolRAM.h"
+#include "engine/filters/DRAVAudioLevelmeter.h"
+#include "engine/filters/DRAVEngineFilters.h"
+#include "engine/media/DRAVMemoryPoolRAM.h"
 #include "engine/sinks/DRAVSinkAudioRendererAudioUnit.h"
 #include "engine/sources/DRAVSourceAudioCaptureCoreAudio.h"
 #include "platform/Platform.h"
