@@ -39,11 +39,14 @@ install(TARGETS TidemixApi EXPORT TidemixApiTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tidemix)
-foreach(_dir portable-core portable-core/json platform platform/sim sound sockets settings
-        engine engine/media engine/units engine/filters engine/devices engine/sources engine/sinks microphones observers observers/appaudio control)
-  install(DIRECTORY ${PROJECT_SOURCE_DIR}/${_dir}/
-    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tidemix/${_dir}
-    FILES_MATCHING PATTERN "*.h" PATTERN "*/*" EXCLUDE)
+# Every folder library's headers, each folder in its own place, so that
+# "#include "control/DRMXManager.h"" works as it does in the tree. The backends
+# that include PipeWire's or the system's headers stay private.
+get_property(_header_folders GLOBAL PROPERTY TIDEMIX_HEADER_FOLDERS)
+list(REMOVE_ITEM _header_folders platform/linux platform/pipewire platform/select)
+foreach(_dir ${_header_folders})
+  file(GLOB _public_headers ${PROJECT_SOURCE_DIR}/${_dir}/*.h)
+  install(FILES ${_public_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tidemix/${_dir})
 endforeach()
 install(EXPORT TidemixApiTargets NAMESPACE Tidemix::
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/TidemixApi)
@@ -55,6 +58,10 @@ write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/TidemixApiConfigVer
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/TidemixApiConfig.cmake
   ${CMAKE_CURRENT_BINARY_DIR}/TidemixApiConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/TidemixApi)
+# The .pc file finds its prefix from where it lies, so that it follows
+# `cmake --install --prefix`: libdir/pkgconfig/ is as deep as libdir, plus one.
+string(REGEX REPLACE "[^/]+" ".." _pc_up "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+set(TIDEMIX_PC_PREFIX "\${pcfiledir}/${_pc_up}")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/TidemixApi.pc.in
   ${CMAKE_CURRENT_BINARY_DIR}/TidemixApi.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/TidemixApi.pc

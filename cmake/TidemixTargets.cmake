@@ -1,6 +1,7 @@
 # One static library per folder, built from every .cpp in that folder (not its
 # sub-folders). The shared library libTidemixApi joins them all.
 set_property(GLOBAL PROPERTY TIDEMIX_LIBRARIES "")
+set_property(GLOBAL PROPERTY TIDEMIX_HEADER_FOLDERS "")
 
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   set(TIDEMIX_WARNINGS -Wall -Wextra -Wnon-virtual-dtor -Woverloaded-virtual -Werror)
@@ -13,6 +14,9 @@ function(tidemix_folder_library name)
   cmake_parse_arguments(ARG "" "" "DEPS;PRIVATE_DEPS" ${ARGN})
   file(GLOB _sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp ${CMAKE_CURRENT_SOURCE_DIR}/*.c)
   file(GLOB _headers CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.h)
+  # The folder's headers are installed unless the folder says they are private.
+  file(RELATIVE_PATH _folder ${PROJECT_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR})
+  set_property(GLOBAL APPEND PROPERTY TIDEMIX_HEADER_FOLDERS ${_folder})
   if(_sources)
     add_library(${name} STATIC ${_sources} ${_headers})
     target_include_directories(${name} PUBLIC

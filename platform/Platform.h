@@ -12,9 +12,10 @@ namespace tidemix::platform
 {
 
 // Everything the portable code asks of the operating system. One Platform
-// hands out the services of one backend: "sim" (the simulated world, the
-// default) or "linux" (PipeWire, libusb, logind). A service whose component
-// is missing comes up empty and says so in the log.
+// hands out the services of one backend: "linux" (PipeWire, libusb, logind;
+// the default) or "sim" (the simulated world, which the demo and the tests
+// choose). A service whose component is missing comes up empty and says so in
+// the log.
 class Platform
 {
 public:
@@ -28,8 +29,12 @@ public:
     // for the desktop platform's main dispatch queue.
     std::shared_ptr<DplDispatchQueue> MainQueue();
 
+    // The choice of backend. The seam itself knows no backend: these three
+    // are defined by the selection target (platform/select), which links the
+    // backends; whatever calls them links that target.
+    //
     // The backend in use. Made on first use from $TIDEMIX_PLATFORM ("sim" or
-    // "linux"; anything else, or nothing, gives "sim").
+    // "linux"); nothing gives "linux", an unknown name "linux" with a warning.
     static std::shared_ptr<Platform> Current();
     // Chooses the backend; call before the manager's Init. Null returns to
     // the environment's choice at the next Current().
@@ -43,9 +48,5 @@ protected:
 private:
     std::shared_ptr<DplDispatchQueue> mainQueue_;
 };
-
-// The backends' factories, defined in platform/sim and platform/linux.
-std::shared_ptr<Platform> CreateSimPlatform();
-std::shared_ptr<Platform> CreateLinuxPlatform();
 
 }  // namespace tidemix::platform

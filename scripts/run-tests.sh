@@ -27,6 +27,10 @@ cmake --build --preset asan -j "$jobs"
 echo "== AddressSanitizer + UndefinedBehaviorSanitizer =="
 asan_rc=0
 run_ctest --preset asan -j "$jobs" -LE '^platform_pipewire' || asan_rc=$?
+# The installed package, as an application outside the tree uses it.
+echo "== Install check (asan build) =="
+install_rc=0
+bash scripts/check-install.sh build/asan "-fsanitize=address,undefined" || install_rc=$?
 # The PipeWire backend against a private daemon; one test at a time, since
 # they share the daemon and its default output.
 echo "== PipeWire backend against a private daemon (asan) =="
@@ -57,7 +61,8 @@ done < "$summary"
 echo "== all test runs =="
 echo "$passed passed, $((total - passed)) failed"
 
-if [ "$asan_rc" -ne 0 ] || [ "$pw_rc" -ne 0 ] || [ "$tsan_rc" -ne 0 ] || [ "$fuzz_rc" -ne 0 ]; then
-  echo "tests failed (asan=$asan_rc pipewire=$pw_rc tsan=$tsan_rc fuzz=$fuzz_rc)"
+if [ "$asan_rc" -ne 0 ] || [ "$pw_rc" -ne 0 ] || [ "$tsan_rc" -ne 0 ] || [ "$fuzz_rc" -ne 0 ] ||
+  [ "$install_rc" -ne 0 ]; then
+  echo "tests failed (asan=$asan_rc pipewire=$pw_rc tsan=$tsan_rc fuzz=$fuzz_rc install=$install_rc)"
   exit 1
 fi

@@ -28,10 +28,4 @@ LinuxPlatform::LinuxPlatform()
 
 LinuxPlatform::~LinuxPlatform() = default;
 }  // namespace linuxos
-
-std::shared_ptr<Platform> CreateLinuxPlatform()
-{
-    return std::make_shared<linuxos::LinuxPlatform>();
-}
-
 }  // namespace tidemix::platform

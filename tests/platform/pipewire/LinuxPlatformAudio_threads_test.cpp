@@ -9,6 +9,7 @@
 #include "platform/Platform.h"
 #include "platform/pipewire/PipeWireAudioSystem.h"
 #include "portable-core/DRAVLog.h"
+#include "support/LogCapture.h"
 
 namespace tidemix::platform
 {
@@ -43,46 +44,53 @@ private:
     std::optional<std::string> former_;
 };
 
-class LogLines
-{
-public:
-    LogLines()
-    {
-        former_ = DRAVSetLogHandler(
-            [this](eDbgPrintLevel, const std::string& line)
-            {
-                std::lock_guard lock(mutex_);
-                lines_.push_back(line);
-            });
-    }
-    ~LogLines() { DRAVSetLogHandler(former_); }
-    bool Contains(const std::string& text)
-    {
-        std::lock_guard lock(mutex_);
-        return std::any_of(lines_.begin(), lines_.end(),
-                           [&](const std::string& line) { return line.find(text) != std::string::npos; });
-    }
-
-private:
-    DRAVLogHandler former_;
-    std::mutex mutex_;
-    std::vector<std::string> lines_;
-};
-
 TEST(LinuxPlatformAudio, WithoutADaemonAudioIsEmptyAndTheLogSaysWhy)
 {
     ScopedEnvironment remote("PIPEWIRE_REMOTE", "tidemix-no-such-daemon");
-    LogLines log;
+    test::LogCapture log;
     std::shared_ptr<Platform> platform = Platform::Create("linux");
     ASSERT_TRUE(platform);
     EXPECT_EQ(platform->Name(), "linux");
     EXPECT_TRUE(platform->Audio().Devices().empty());
     EXPECT_FALSE(platform->Audio().DefaultOutput());
     EXPECT_FALSE(platform->Audio().OpenPlayback(0, [](const PlaybackRequest&) {}));
-    EXPECT_TRUE(log.Contains("linux platform: no audio devices"));
+    EXPECT_TRUE(log.Count("linux platform: no audio devices") > 0);
     if (pipewire::PipeWireAudioSystem::Available())
     {
-        EXPECT_TRUE(log.Contains("tidemix-no-such-daemon"));
+        EXPECT_TRUE(log.Count("tidemix-no-such-daemon") > 0);
+    }
+}
+
+// An application that chooses nothing gets the real services; the simulation
+// only ever on request; an unknown name is the real services too, with a warning.
+TEST(LinuxPlatformAudio, TheEnvironmentChoosesTheBackendAndNothingMeansLinux)
+{
+    ScopedEnvironment remote("PIPEWIRE_REMOTE", "tidemix-no-such-daemon");
+    struct Case
+    {
+        const char* chosen;
+        const char* expected;
+        bool warns;
+    };
+    for (const Case& c : {Case{nullptr, "linux", false}, Case{"", "linux", false}, Case{"sim", "sim", false},
+                          Case{"linux", "linux", false}, Case{"cocoa", "linux", true}})
+    {
+        SCOPED_TRACE(c.chosen != nullptr ? c.chosen : "(unset)");
+        std::optional<std::string> former;
+        if (const char* value = getenv("TIDEMIX_PLATFORM"))
+        {
+            former = value;
+        }
+        c.chosen != nullptr ? setenv("TIDEMIX_PLATFORM", c.chosen, 1) : unsetenv("TIDEMIX_PLATFORM");
+        test::LogCapture log;
+        Platform::Use(nullptr);
+        std::shared_ptr<Platform> current = Platform::Current();
+        ASSERT_TRUE(current);
+        EXPECT_EQ(current->Name(), c.expected);
+        EXPECT_EQ(Platform::Current(), current) << "made once, then kept";
+        EXPECT_EQ(log.Count("Unknown platform") > 0, c.warns);
+        Platform::Use(nullptr);
+        former ? setenv("TIDEMIX_PLATFORM", former->c_str(), 1) : unsetenv("TIDEMIX_PLATFORM");
     }
 }
 
