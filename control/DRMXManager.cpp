@@ -225,6 +225,11 @@ DRAVResult DRMXManager::LoadSettings()
 
     const std::string folder = DRMXGetAppDataDirectory(true);
     settingsPath_ = folder;
+    if (folder.empty())
+    {
+        return DRAVResult(kDRAVResultErrCouldNotOpenFile,
+                          "no settings folder: no configuration home is known");
+    }
     std::error_code error;
     if (!std::filesystem::is_directory(folder, error))
     {

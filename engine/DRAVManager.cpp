@@ -4,8 +4,8 @@
 #include <functional>
 #include <set>
 
-#include "engine/filters/DRAVEngineFilters.h"
 #include "engine/DRAVPlatformSpecific.h"
+#include "engine/filters/DRAVEngineFilters.h"
 #include "engine/units/DRAVPlatformUnitMakers.h"
 #include "engine/units/DRAVTestSourceDescriptors.h"
 #include "portable-core/BreakIntoDebugger.h"
@@ -237,6 +237,12 @@ DRAVResult DRAVManager::SetEngineSettings(const DRAVEngineSettings& settings, bo
 DRAVResult DRAVManager::LoadEngineSettings(const std::string& folder)
 {
     CDplScopedLock lock(lock_);
+    if (folder.empty())
+    {
+        // No configuration home: no file, rather than one in the working folder.
+        settingsPath_.clear();
+        return DRAVResult(kDRAVResultErrCouldNotOpenFile, "no folder for the engine settings");
+    }
     settingsPath_ = DplFile_AddPathComponent(folder, DRMX_Settings::SETTINGS_JSON_FILENAME);
     return settings_.LoadSettings(settingsPath_);
 }
