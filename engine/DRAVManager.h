@@ -7,11 +7,11 @@
 #include <utility>
 #include <vector>
 
+#include "engine/DRAVManagerDeviceChangeHandler.h"
+#include "engine/media/DRAVLogIntervals.h"
+#include "engine/media/DRAVMemoryPoolRAM.h"
 #include "engine/units/DRAVFilter.h"
 #include "engine/units/DRAVFilterDescriptor.h"
-#include "engine/media/DRAVLogIntervals.h"
-#include "engine/DRAVManagerDeviceChangeHandler.h"
-#include "engine/media/DRAVMemoryPoolRAM.h"
 #include "engine/units/DRAVQueueStatistics.h"
 #include "engine/units/DRAVSink.h"
 #include "engine/units/DRAVSinkDescriptor.h"
@@ -203,6 +203,9 @@ public:
     DRAVManagerDeviceChangeHandler& GetDeviceChangeHandler() { return deviceChangeHandler_; }
 
 private:
+    // Ownership chains are short; a longer one is a loop.
+    static constexpr int kMaxOwnershipDepth = 64;
+
     DRAVManager();
 
     std::shared_ptr<DRAVUnit> FindRegisteredUnit(const std::string& objectId);
