@@ -1,23 +1,20 @@
+// The manager's life cycle and mixing: Init and Deinit, loading the settings,
+// starting and stopping the mixes, monitoring, levels and power changes. The
+// settings façade lives in DRMXManagerSettings.cpp, devices and microphone
+// facts in DRMXManagerDevices.cpp.
 #include "control/DRMXManager.h"
 
-#include <algorithm>
 #include <condition_variable>
 #include <filesystem>
 #include <mutex>
 
-#include "control/DRMXApplicationBundle.h"
+#include "control/DRMXManagerLocks.h"
 #include "control/DRMXOutputBase.h"
 #include "control/DRMXPlatformHooks.h"
 #include "control/DRMXProcessActivity.h"
-#include "control/DRMXValueNormalization.h"
 #include "engine/DRAVManager.h"
-#include "engine/devices/DRMXVirtualDeviceNames.h"
 #include "engine/sinks/DRAVSinkMakers.h"
-#include "microphones/DRMXMicrophoneConfigurable.h"
-#include "observers/DRMXDeviceObserverCoreAudio.h"
-#include "observers/appaudio/DRMXDeviceObserverAppAudio.h"
 #include "portable-core/DRAVLog.h"
-#include "portable-core/DRAVPropertyNames.h"
 #include "portable-core/DplDispatchQueue.h"
 
 using namespace DRMX_Settings;
@@ -25,29 +22,6 @@ using namespace DRMX_Settings;
 namespace
 {
 constexpr int64_t kLevelMeteringIntervalMicroseconds = 33333;  // about 30 passes a second
-
-// Takes the mixer lock, then the microphone lock: the one order of the two.
-class MixerThenMicrophoneLock
-{
-public:
-    MixerThenMicrophoneLock(CDplThreadMutex& mixer, CDplThreadMutex& microphone)
-        : mixer_(mixer), microphone_(microphone)
-    {
-        mixer_.Lock();
-        microphone_.Lock();
-    }
-    ~MixerThenMicrophoneLock()
-    {
-        microphone_.Unlock();
-        mixer_.Unlock();
-    }
-    MixerThenMicrophoneLock(const MixerThenMicrophoneLock&) = delete;
-    MixerThenMicrophoneLock& operator=(const MixerThenMicrophoneLock&) = delete;
-
-private:
-    CDplThreadMutex& mixer_;
-    CDplThreadMutex& microphone_;
-};
 
 DRMXAudioUnitInterface* AudioUnitOf(const std::shared_ptr<DRMXOutputInterface>& output)
 {
@@ -65,13 +39,6 @@ DRAVResult StartOutput(const std::shared_ptr<DRMXOutputInterface>& output, const
         return result;
     }
     return unit->AudioUnitStart(ts);
-}
-
-// Cuts a microphone's name so that it begins at "Reed"; a name without it becomes empty.
-std::string NameFromReed(const std::string& name)
-{
-    const size_t at = name.find("Reed");
-    return at == std::string::npos ? std::string() : name.substr(at);
 }
 }  // namespace
 
@@ -225,6 +192,11 @@ DRAVResult DRMXManager::LoadSettings()
 
     const std::string folder = DRMXGetAppDataDirectory(true);
     settingsPath_ = folder;
+    if (folder.empty())
+    {
+        return DRAVResult(kDRAVResultErrCouldNotOpenFile,
+                          "no settings folder: no configuration home is known");
+    }
     std::error_code error;
     if (!std::filesystem::is_directory(folder, error))
     {
@@ -466,435 +438,7 @@ void DRMXManager::StopMixingLocked()
     }
 }
 
-// Settings façade.
-
-DRAVResult DRMXManager::GetMicrophoneSettings(DRMXMicrophoneSettings& settings) const
-{
-    CDplScopedLock lock(settingsLock_);
-    if (!settings_.isLoadedCorrectly())
-    {
-        return DRAVResult(kDRAVResultErrNotInitialized);
-    }
-    settings = settings_.microphoneSettings;
-    return DRAVResult(kDRAVResultOk);
-}
-
-DRAVResult DRMXManager::GetApplicationSettings(DRMXApplicationSettings& settings) const
-{
-    CDplScopedLock lock(settingsLock_);
-    settings = settings_.applicationSettings;
-    return DRAVResult(kDRAVResultOk);
-}
-
-DRAVResult DRMXManager::SetApplicationSettings(DRMXApplicationSettings settings)
-{
-    CDplScopedLock lock(settingsLock_);
-    settings_.applicationSettings = std::move(settings);
-    return DRAVResult(kDRAVResultOk);
-}
-
-DRAVResult DRMXManager::SetAndSaveSettings(DRMXMicrophoneSettings microphone,
-                                           DRMXApplicationSettings application)
-{
-    CDplScopedLock lock(settingsLock_);
-    settings_.microphoneSettings = std::move(microphone);
-    settings_.applicationSettings = std::move(application);
-    const DRAVResult result = settings_.SaveSettings(settingsPath_);
-    if (result == kDRAVResultOk)
-    {
-        noSettingsFileAvailable_.store(false);
-    }
-    return result;
-}
-
-DRAVResult DRMXManager::GetMixerConfigurationSettings(DRMXMixerConfiguration& configuration) const
-{
-    CDplScopedLock lock(settingsLock_);
-    if (!settings_.isLoadedCorrectly())
-    {
-        return DRAVResult(kDRAVResultErrNotInitialized);
-    }
-    configuration = settings_.mixerConfiguration;
-    return DRAVResult(kDRAVResultOk);
-}
-
-DRAVResult DRMXManager::SetMixerConfigurationSettings(DRMXMixerConfiguration configuration)
-{
-    CDplScopedLock lock(settingsLock_);
-    // The buffer sizes are the engine's to decide: they keep their stored values.
-    configuration.audioBufferSizeInputMSec = settings_.mixerConfiguration.audioBufferSizeInputMSec;
-    configuration.audioBufferSizeOutputMSec = settings_.mixerConfiguration.audioBufferSizeOutputMSec;
-    settings_.mixerConfiguration = std::move(configuration);
-    return DRAVResult(kDRAVResultOk);
-}
-
-void DRMXManager::setSaveSettingsAllowed(bool allowed)
-{
-    CDplScopedLock lock(settingsLock_);
-    settings_.setSaveSettingsAllowed(allowed);
-}
-
-std::string DRMXManager::GetSettingsPath() const
-{
-    CDplScopedLock lock(settingsLock_);
-    return settingsPath_;
-}
-
-void DRMXManager::UpdateMicSettingsByOS(DRMXSettings& settings)
-{
-    DRMXMicrophoneSettings microphone = settings.microphoneSettings;
-    UpdateMicSettingsByOS(microphone);
-    settings.microphoneSettings = microphone;
-}
-
-void DRMXManager::UpdateMicSettingsByOS(DRMXMicrophoneSettings& settings)
-{
-    std::shared_ptr<DRMXMicrophoneInterface> microphone;
-    if (!GetMicrophoneInterface(DRMXInputSelector(), &microphone).Succeeded() || !microphone)
-    {
-        return;
-    }
-    if (auto object = std::dynamic_pointer_cast<DRAVObject>(microphone))
-    {
-        settings.gain = cutToNormalizedValue(object->GetDoubleProperty(kPropertyMicrophoneGain));
-        settings.outputVolume =
-            cutToNormalizedValue(object->GetDoubleProperty(kPropertyMicrophoneOutputVolume));
-    }
-}
-
-// Devices, microphone and application facts.
-
-std::vector<DRMXInputSelector> DRMXManager::GetAvailableInputs(DRMXInputType type)
-{
-    if (type == kInputTypeMainMicrophone)
-    {
-        CDplScopedLock lock(microphoneLock_);
-        if (!mainMicrophoneSelector_.GetInputID().empty())
-        {
-            return {mainMicrophoneSelector_};
-        }
-    }
-    std::vector<DRMXInputSelector> inputs = GetAvailableInputsPlatformSpecific(type);
-    if (type == kInputTypeMainMicrophone || type == kInputTypeFurtherMicrophone)
-    {
-        for (DRMXInputSelector& input : inputs)
-        {
-            input.SetName(NameFromReed(input.GetName()));
-        }
-    }
-    return inputs;
-}
-
-std::vector<DRMXOutputSelector> DRMXManager::GetAvailableOutputs(const DRMXOutputType& type,
-                                                                 const DRMXOutputTerminalType& terminal)
-{
-    std::vector<DRMXOutputSelector> outputs = GetAvailableOutputsPlatformSpecific(kOutputTypeAny);
-    if (type == kOutputTypeAny && terminal == kTerminalUnknown)
-    {
-        return {};
-    }
-    std::vector<DRMXOutputSelector> kept;
-    std::copy_if(outputs.begin(), outputs.end(), std::back_inserter(kept),
-                 [&](const DRMXOutputSelector& output)
-                 { return output.GetType() == type && output.GetTerminalType() == terminal; });
-    return kept;
-}
-
-std::vector<DRMXOutputSelector> DRMXManager::GetAvailableOutputs(DRMXOutputType type, std::string name)
-{
-    std::vector<DRMXOutputSelector> outputs = GetAvailableOutputsPlatformSpecific(kOutputTypeAny);
-    if (type == kOutputTypeAny && name.empty())
-    {
-        return outputs;
-    }
-    std::string path;
-    const auto identifier = DRMXVirtualDeviceNames::VirtualDeviceIdentifiers.find(name);
-    if (identifier != DRMXVirtualDeviceNames::VirtualDeviceIdentifiers.end() && !identifier->second.empty())
-    {
-        path = identifier->second + "Out";
-    }
-    std::vector<DRMXOutputSelector> kept;
-    for (const DRMXOutputSelector& output : outputs)
-    {
-        if (output.GetType() != type)
-        {
-            continue;
-        }
-        bool taken = false;
-        if (name == DRMXVirtualDeviceNames::kTidemixHeadphone)
-        {
-            taken = output.IsDrovaneMicrophone();
-        }
-        else
-        {
-            taken =
-                (!path.empty() && output.GetDevicePath() == path) || name.empty() || name == output.GetName();
-        }
-        if (taken)
-        {
-            kept.push_back(output);
-        }
-    }
-    return kept;
-}
-
-DRMXInputSelector DRMXManager::GetMainMicrophoneInput()
-{
-    MixerThenMicrophoneLock lock(mixerLock_, microphoneLock_);
-    if (mainMicrophoneSelector_.GetInputID().empty())
-    {
-        const std::vector<DRMXInputSelector> inputs = GetAvailableInputs(kInputTypeMainMicrophone);
-        // With two microphones nothing is chosen here: the device observer marks one as main.
-        if (inputs.size() == 1)
-        {
-            mainMicrophoneSelector_ = inputs.front();
-        }
-    }
-    return mainMicrophoneSelector_;
-}
-
-DRMXOutputSelector DRMXManager::GetMainMicrophoneOutput()
-{
-    const std::vector<DRMXOutputSelector> outputs =
-        GetAvailableOutputs(kOutputTypeHardware, std::string(DRMXVirtualDeviceNames::kTidemixHeadphone));
-    return outputs.empty() ? DRMXOutputSelector() : outputs.front();
-}
-
-DRAVResult DRMXManager::CreateInput(const DRMXInputSelector& selector,
-                                    std::shared_ptr<DRMXInputInterface>* out)
-{
-    if (out == nullptr)
-    {
-        return DRAVResult(kDRAVResultErrNullPointer);
-    }
-    return CreateInputPlatformSpecific(selector, out);
-}
-
-DRAVResult DRMXManager::GetMicrophoneInterface(const DRMXInputSelector& /*the main microphone is meant*/,
-                                               std::shared_ptr<DRMXMicrophoneInterface>* out)
-{
-    if (out == nullptr)
-    {
-        return DRAVResult(kDRAVResultErrNullPointer);
-    }
-    MixerThenMicrophoneLock lock(mixerLock_, microphoneLock_);
-    out->reset();
-    DRAVResult result(kDRAVResultErrNotFound);
-    if (mainMicrophone_)
-    {
-        *out = mainMicrophone_;
-        return DRAVResult(kDRAVResultOk);
-    }
-    const DRMXInputSelector selector = GetMainMicrophoneInput();
-    if (!selector.GetInputID().empty())
-    {
-        std::shared_ptr<DRMXInputInterface> input;
-        result = CreateInput(selector, &input);
-        if (result.Succeeded())
-        {
-            std::shared_ptr<DRMXMicrophoneInterface> microphone =
-                std::dynamic_pointer_cast<DRMXMicrophoneInterface>(input);
-            if (!microphone)
-            {
-                result = kDRAVResultErrInvalidCast;
-            }
-            else
-            {
-                mainMicrophone_ = microphone;
-                result = SetupMicrophoneInterface(microphone, selector);
-                *out = microphone;
-            }
-        }
-    }
-    if (!*out)
-    {
-        result.LogError("No Drovane microphone found");
-    }
-    return result;
-}
-
-DRAVResult DRMXManager::SetupMicrophoneInterface(const std::shared_ptr<DRMXMicrophoneInterface>& microphone,
-                                                 const DRMXInputSelector& selector)
-{
-    microphone->SetMicrophoneType(GetTypeById(selector.GetProductId()));
-    microphone->SetHardwareId(selector.GetHardwareId());
-    DRMXMicrophoneSettings settings;
-    if (GetMicrophoneSettings(settings).Succeeded())
-    {
-        if (auto* configurable = dynamic_cast<DRMXMicrophoneConfigurable*>(microphone.get()))
-        {
-            configurable->UpdateConfigurationBySettings(settings, true);
-        }
-        if (auto* unit = dynamic_cast<DRMXAudioUnitInterface*>(microphone.get()))
-        {
-            unit->AudioUnitStart(DRAVTimestamp(-1));
-        }
-    }
-    return microphone->Init();
-}
-
-void DRMXManager::UpdateMainMicrophoneCache()
-{
-    MixerThenMicrophoneLock lock(mixerLock_, microphoneLock_);
-    mainMicrophone_.reset();
-    mainMicrophoneSelector_ = DRMXInputSelector();
-    if (auto coreAudio = std::dynamic_pointer_cast<DRMXDeviceObserverCoreAudio>(
-            FindDeviceObserver(kDeviceNotificationCoreAudio)))
-    {
-        coreAudio->ResetMainMicrophoneID();
-    }
-    std::shared_ptr<DRMXMicrophoneInterface> microphone;
-    GetMicrophoneInterface(DRMXInputSelector(), &microphone);
-}
-
-bool DRMXManager::IsMicrophoneConnected()
-{
-    return systemAwake_.load() && IsMicrophoneConnectedPlatformSpecific();
-}
-
-bool DRMXManager::IsDFUMicrophoneConnected()
-{
-    return systemAwake_.load() && IsAnyDFUMicrophoneConnectedPlatformSpecific();
-}
-
-bool DRMXManager::IsVirtualDeviceInitialized(std::string name)
-{
-    return systemAwake_.load() && CheckDeviceInitializedPlatformSpecific(name);
-}
-
-DRAVResult DRMXManager::GetFirmwarePath(DRMXMicrophoneType type, std::string& path)
-{
-    switch (type)
-    {
-        case kMicrophoneTypeReed1:
-        case kMicrophoneTypeReed1DFU:
-            path = "reed_1_firmware.dfu";
-            break;
-        case kMicrophoneTypeReed3:
-        case kMicrophoneTypeReed3DFU:
-            path = "reed_3_firmware.dfu";
-            break;
-        case kMicrophoneTypeReedPro:
-        case kMicrophoneTypeReedProDFU:
-            path = "reed_pro_firmware.dfu";
-            break;
-        default:
-            break;
-    }
-    path = DRMXApplicationBundle::PathForBundleResource(path);
-    std::error_code error;
-    return DRAVResult(!path.empty() && std::filesystem::is_regular_file(path, error)
-                          ? kDRAVResultOk
-                          : kDRAVResultErrNotFound);
-}
-
-DRAVResult DRMXManager::GetSupportedSamplerates(std::vector<uint32_t>&)
-{
-    return DRAVResult(kDRAVResultErrNotImplemented);
-}
-
-DRAVResult DRMXManager::GetCurrentSampleRate(uint32_t&)
-{
-    return DRAVResult(kDRAVResultErrNotImplemented);
-}
-
-DRAVResult DRMXManager::SetSampleRate(uint32_t)
-{
-    return DRAVResult(kDRAVResultErrNotImplemented);
-}
-
-bool DRMXManager::ChangedAppAudioEndpointIsInUse() const
-{
-    const auto observer = std::dynamic_pointer_cast<DRMXDeviceObserverAppAudio>(
-        FindDeviceObserver(kDeviceNotificationAppAudio));
-    const std::string bundleId = observer ? observer->GetLastChangedBundleId() : std::string();
-    if (!observer || bundleId.empty())
-    {
-        return false;
-    }
-    const std::shared_ptr<DRMXMixerBase> local = GetMixerForType(kMixerLocal);
-    if (!local)
-    {
-        return false;
-    }
-    for (const auto& input : local->GetInputs())
-    {
-        if (input && input->GetSelector().GetHardwareId() == bundleId)
-        {
-            return true;
-        }
-    }
-    return false;
-}
-
-// Observers, monitoring and levels.
-
-std::shared_ptr<DRMXDeviceObserverBase> DRMXManager::FindDeviceObserver(
-    DRMXDeviceNotification notification) const
-{
-    CDplScopedLock lock(microphoneLock_);
-    for (const auto& observer : deviceObservers_)
-    {
-        if (observer && observer->GetNotification() == notification)
-        {
-            return observer;
-        }
-    }
-    return nullptr;
-}
-
-DRAVResult DRMXManager::AttachDeviceChangeObserver(KVObserver* observer, DRMXDeviceNotification notification)
-{
-    std::vector<std::shared_ptr<DRMXDeviceObserverBase>> observers;
-    {
-        CDplScopedLock lock(microphoneLock_);
-        observers = deviceObservers_;
-    }
-    DRAVResult result(kDRAVResultOk);
-    for (const auto& deviceObserver : observers)
-    {
-        if (deviceObserver && (deviceObserver->GetNotification() == kDeviceNotificationAny ||
-                               deviceObserver->GetNotification() == notification))
-        {
-            result = deviceObserver->AttachObserver(observer);
-        }
-    }
-    return result;
-}
-
-DRAVResult DRMXManager::DetachDeviceChangeObserver(KVObserver* observer)
-{
-    std::vector<std::shared_ptr<DRMXDeviceObserverBase>> observers;
-    {
-        CDplScopedLock lock(microphoneLock_);
-        observers = deviceObservers_;
-    }
-    DRAVResult result(kDRAVResultOk);
-    for (const auto& deviceObserver : observers)
-    {
-        if (deviceObserver)
-        {
-            result = deviceObserver->DetachObserver(observer);
-        }
-    }
-    return result;
-}
-
-void DRMXManager::EnableDeviceNotification(bool enable)
-{
-    std::vector<std::shared_ptr<DRMXDeviceObserverBase>> observers;
-    {
-        CDplScopedLock lock(microphoneLock_);
-        observers = deviceObservers_;
-    }
-    for (const auto& observer : observers)
-    {
-        if (observer)
-        {
-            observer->SetEnabled(enable);
-        }
-    }
-}
+// Monitoring and levels.
 
 std::shared_ptr<DRMXMixerBase> DRMXManager::GetMixerForType(const DRMXMixerType& type) const
 {
@@ -1024,17 +568,6 @@ int64_t DRMXManager::GetAudioBufferMSecInput() const
 int64_t DRMXManager::GetAudioBufferMSecOutput() const
 {
     return impl_->audioBufferMSecOutput.load();
-}
-
-// Handlers.
-
-void DRMXManager::HandleDeviceChange(const DRAVPropertyKVPair& pair)
-{
-    // 4 is a change of application audio, which doesn't concern the microphone.
-    if (pair.GetInt() != kDeviceNotificationAppAudio)
-    {
-        UpdateMainMicrophoneCache();
-    }
 }
 
 void DRMXManager::HandlePowerChange(const DRAVPropertyKVPair& pair)

@@ -7,11 +7,12 @@
 #include <utility>
 #include <vector>
 
+#include "engine/DRAVManagerDeviceChangeHandler.h"
+#include "engine/DRAVSourceRegistryInterface.h"
+#include "engine/media/DRAVLogIntervals.h"
+#include "engine/media/DRAVMemoryPoolRAM.h"
 #include "engine/units/DRAVFilter.h"
 #include "engine/units/DRAVFilterDescriptor.h"
-#include "engine/media/DRAVLogIntervals.h"
-#include "engine/DRAVManagerDeviceChangeHandler.h"
-#include "engine/media/DRAVMemoryPoolRAM.h"
 #include "engine/units/DRAVQueueStatistics.h"
 #include "engine/units/DRAVSink.h"
 #include "engine/units/DRAVSinkDescriptor.h"
@@ -37,7 +38,7 @@
 //
 // Pipelines have no class yet: their list stays empty and the pipeline
 // look-ups find nothing.
-class DRAVManager
+class DRAVManager final : public DRAVSourceRegistryInterface
 {
 public:
     // Input pins' and output pins' queue statistics.
@@ -111,7 +112,7 @@ public:
     // ErrNotFound when it wasn't registered. The unit is not deinitialised.
     DRAVResult RemoveUnit(const std::shared_ptr<DRAVUnit>& unit);
 
-    std::shared_ptr<DRAVUnit> GetUnit(const std::string& objectId);
+    std::shared_ptr<DRAVUnit> GetUnit(const std::string& objectId) override;
     bool IsActiveUnit(const std::string& objectId);
     // The unit's state, or 0 when it isn't registered.
     DRAVUnitState GetUnitState(const std::string& objectId);
@@ -128,7 +129,7 @@ public:
                                                    std::shared_ptr<DRAVUnit> parent = nullptr);
     std::vector<DRAVUnitDescriptor> GetActiveUnits(bool recursive, const std::string& parentId);
     std::vector<DRAVSourceDescriptor> GetActiveSources(bool recursive,
-                                                       std::shared_ptr<DRAVUnit> parent = nullptr);
+                                                       std::shared_ptr<DRAVUnit> parent = nullptr) override;
     std::vector<DRAVSourceDescriptor> GetActiveSources(bool recursive, const std::string& parentId);
     std::vector<DRAVFilterDescriptor> GetActiveFilters(bool recursive,
                                                        std::shared_ptr<DRAVUnit> parent = nullptr);
@@ -153,7 +154,7 @@ public:
     DRAVResult GetPipeline(const std::shared_ptr<DRAVUnit>& unit, std::shared_ptr<DRAVUnit>* out);
     DRAVResult GetPipelineByID(const std::string& objectId, std::shared_ptr<DRAVUnit>* out);
     std::shared_ptr<DRAVUnit> GetPipeline(int32_t pipelineType);
-    std::shared_ptr<DRAVUnit> GetPreviewPipeline();
+    std::shared_ptr<DRAVUnit> GetPreviewPipeline() override;
     std::string GetPreviewPipelineID();
 
     // Marks the source list as changed, so the next GetAvailableSources
@@ -165,7 +166,7 @@ public:
     // The last list handed out, unless `reload` or a change asks for a new
     // enumeration; kept to `type` and `usage` where these are not 0.
     std::vector<DRAVSourceDescriptor> GetAvailableSources(DRAVSourceType type, DRAVSourceUsageType usage,
-                                                          bool reload);
+                                                          bool reload) override;
 
     // Logs DumpActiveUnitListGetString(false).
     void DumpActiveUnitList();
@@ -203,6 +204,9 @@ public:
     DRAVManagerDeviceChangeHandler& GetDeviceChangeHandler() { return deviceChangeHandler_; }
 
 private:
+    // Ownership chains are short; a longer one is a loop.
+    static constexpr int kMaxOwnershipDepth = 64;
+
     DRAVManager();
 
     std::shared_ptr<DRAVUnit> FindRegisteredUnit(const std::string& objectId);
@@ -244,6 +248,6 @@ private:
     std::vector<DRAVSourceDescriptor> availableSources_;
     std::atomic<bool> sourcesChanged_{true};
 
-    DRAVManagerDeviceChangeHandler deviceChangeHandler_;
+    DRAVManagerDeviceChangeHandler deviceChangeHandler_{*this};
     DRAVSlowLog slowLog_{kSlowLogInterval1, kDbgPrintLevelWarning};
 };

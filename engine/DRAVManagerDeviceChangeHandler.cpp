@@ -6,7 +6,6 @@
 #include <thread>
 #include <utility>
 
-#include "engine/DRAVManager.h"
 #include "engine/DRAVPlatformSpecific.h"
 #include "portable-core/DplThreadName.h"
 
@@ -31,7 +30,8 @@ std::map<size_t, DRAVSourceDescriptor> KeyedDevices(const std::vector<DRAVSource
 }
 }  // namespace
 
-DRAVManagerDeviceChangeHandler::DRAVManagerDeviceChangeHandler()
+DRAVManagerDeviceChangeHandler::DRAVManagerDeviceChangeHandler(DRAVSourceRegistryInterface& registry)
+    : registry_(registry)
 {
     delegate_.SetCallback([this](void*, const std::string& objectId, DRAVPropertyKVPair pair,
                                  KVCProperty* property) { HandleDeviceChange(objectId, pair, property); },
@@ -149,9 +149,8 @@ std::vector<DRAVSourceDescriptor> DRAVManagerDeviceChangeHandler::EnumDevices()
 DRAVResult DRAVManagerDeviceChangeHandler::HandleDeviceChange(const std::string&, const DRAVPropertyKVPair&,
                                                               KVCProperty*)
 {
-    DRAVManager* manager = DRAVManager::GetDRAVManager();
-    const auto known = KeyedDevices(manager->GetAvailableSources(0, 0, false));
-    const auto fresh = KeyedDevices(manager->GetAvailableSources(0, 0, true));
+    const auto known = KeyedDevices(registry_.GetAvailableSources(0, 0, false));
+    const auto fresh = KeyedDevices(registry_.GetAvailableSources(0, 0, true));
     const bool removed = std::any_of(known.begin(), known.end(),
                                      [&](const auto& entry) { return fresh.count(entry.first) == 0; });
     const bool added = std::any_of(fresh.begin(), fresh.end(),
@@ -160,13 +159,13 @@ DRAVResult DRAVManagerDeviceChangeHandler::HandleDeviceChange(const std::string&
     {
         return DRAVResult(kDRAVResultOkNoDataChanged);
     }
-    for (const DRAVSourceDescriptor& active : manager->GetActiveSources(true))
+    for (const DRAVSourceDescriptor& active : registry_.GetActiveSources(true, nullptr))
     {
         if (active.type == kFilePlayerSourceType || fresh.count(active.hashString(true)) != 0)
         {
             continue;
         }
-        if (std::shared_ptr<DRAVUnit> unit = manager->GetUnit(active.objectId))
+        if (std::shared_ptr<DRAVUnit> unit = registry_.GetUnit(active.objectId))
         {
             DRAVLogPrintf(kDbgPrintLevelInfo, "Device of source <%s> is gone", active.toString().c_str());
             unit->Deinit();
@@ -197,7 +196,6 @@ void DRAVManagerDeviceChangeHandler::WaitForReappearanceAsync(const DRAVSourceDe
 void DRAVManagerDeviceChangeHandler::WaitForReappearance(uint64_t generation)
 {
     DplSetCurrentThreadName("DRAV source wait");
-    DRAVManager* manager = DRAVManager::GetDRAVManager();
     DRAVSourceDescriptor wanted;
     DRAVDuration limit;
     {
@@ -221,13 +219,13 @@ void DRAVManagerDeviceChangeHandler::WaitForReappearance(uint64_t generation)
     while (!found && DRAVGetHostTime() < deadline && sleepFor(int64_t{pollIntervalMsec_} * 1000))
     {
         const std::string comparable = wanted.ComparableDevicePath();
-        for (const DRAVSourceDescriptor& entry : manager->GetAvailableSources(wanted.type, 0, true))
+        for (const DRAVSourceDescriptor& entry : registry_.GetAvailableSources(wanted.type, 0, true))
         {
             if (entry.ComparableDevicePath() != comparable)
             {
                 continue;
             }
-            std::shared_ptr<DRAVUnit> unit = manager->GetUnit(wanted.objectId);
+            std::shared_ptr<DRAVUnit> unit = registry_.GetUnit(wanted.objectId);
             if (!unit)
             {
                 break;
@@ -242,7 +240,7 @@ void DRAVManagerDeviceChangeHandler::WaitForReappearance(uint64_t generation)
             }
             if (unit->Init().Succeeded())
             {
-                if (std::shared_ptr<DRAVUnit> preview = manager->GetPreviewPipeline())
+                if (std::shared_ptr<DRAVUnit> preview = registry_.GetPreviewPipeline())
                 {
                     unit->SetUnitState(preview->GetUnitState());
                 }

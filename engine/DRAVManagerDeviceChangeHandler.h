@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "engine/DRAVSourceRegistryInterface.h"
 #include "engine/units/DRAVDeviceObserverSubjectInterface.h"
 #include "engine/units/DRAVSourceDescriptor.h"
 #include "portable-core/CDplThreadMutex.h"
@@ -27,7 +28,8 @@ public:
     // Time a returning device is given before its source is made again.
     static constexpr int64_t kReappearanceSettleUsec = 500000;
 
-    DRAVManagerDeviceChangeHandler();
+    // The registry outlives the handler (the manager owns both).
+    explicit DRAVManagerDeviceChangeHandler(DRAVSourceRegistryInterface& registry);
     ~DRAVManagerDeviceChangeHandler();
     DRAVManagerDeviceChangeHandler(const DRAVManagerDeviceChangeHandler&) = delete;
     DRAVManagerDeviceChangeHandler& operator=(const DRAVManagerDeviceChangeHandler&) = delete;
@@ -63,6 +65,7 @@ private:
     std::vector<std::shared_ptr<DRAVDeviceObserverSubjectInterface>> CopySubjects();
     void WaitForReappearance(uint64_t generation);
 
+    DRAVSourceRegistryInterface& registry_;
     int32_t pollIntervalMsec_ = kPollIntervalMsec;
     CDplThreadMutex mutex_;
     std::atomic<bool> initialized_{false};

@@ -11,7 +11,9 @@
 #include <cstring>
 #include <ctime>
 #include <memory>
+#include <mutex>
 
+#include "portable-core/DRAVLog.h"
 #include "portable-core/DplString.h"
 
 namespace
@@ -81,17 +83,56 @@ void EnumRecursive(const std::string& root, const std::string& relative, std::ve
     }
 }
 
-std::string HomeFolder()
+class ScopedFd
 {
-    if (const char* home = getenv("HOME"); home != nullptr && home[0] != '\0')
+public:
+    explicit ScopedFd(int fd) : fd_(fd) {}
+    ~ScopedFd()
     {
-        return home;
+        if (fd_ >= 0)
+        {
+            close(fd_);
+        }
     }
-    if (const passwd* pw = getpwuid(getuid()); pw != nullptr && pw->pw_dir != nullptr)
+    ScopedFd(const ScopedFd&) = delete;
+    ScopedFd& operator=(const ScopedFd&) = delete;
+    int Get() const { return fd_; }
+    // Closes now and tells whether the close succeeded.
+    bool Close()
     {
-        return pw->pw_dir;
+        const int fd = fd_;
+        fd_ = -1;
+        return fd < 0 || close(fd) == 0;
     }
-    return {};
+
+private:
+    int fd_;
+};
+
+bool WriteAll(int fd, const char* data, size_t length)
+{
+    while (length > 0)
+    {
+        const ssize_t written = write(fd, data, length);
+        if (written < 0 && errno == EINTR)
+        {
+            continue;
+        }
+        if (written <= 0)
+        {
+            return false;
+        }
+        data += written;
+        length -= static_cast<size_t>(written);
+    }
+    return true;
+}
+
+// Two writes of one path in this process must not share the temporary file.
+std::mutex& AtomicWriteMutex()
+{
+    static std::mutex* mutex = new std::mutex();  // lives through static destruction
+    return *mutex;
 }
 }  // namespace
 
@@ -594,6 +635,40 @@ std::string DplFile_GetDefaultApplicationFolder()
     return "/opt";
 }
 
+std::string DplFile_GetHomeFolder()
+{
+    if (const char* home = getenv("HOME"); home != nullptr && home[0] != '\0')
+    {
+        return home;
+    }
+    // No HOME (a service, a stripped environment): the account's own entry.
+    long size = sysconf(_SC_GETPW_R_SIZE_MAX);
+    std::vector<char> buffer(size > 0 ? static_cast<size_t>(size) : 16384);
+    passwd entry = {};
+    passwd* found = nullptr;
+    while (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) == ERANGE &&
+           buffer.size() < 1048576)
+    {
+        buffer.resize(buffer.size() * 2);
+    }
+    if (found != nullptr && found->pw_dir != nullptr && found->pw_dir[0] != '\0')
+    {
+        return found->pw_dir;
+    }
+    return {};
+}
+
+std::string DplFile_GetUserConfigFolder()
+{
+    // A relative XDG_CONFIG_HOME is invalid by the XDG rules and ignored.
+    if (const char* config = getenv("XDG_CONFIG_HOME"); config != nullptr && config[0] == '/')
+    {
+        return config;
+    }
+    const std::string home = DplFile_GetHomeFolder();
+    return home.empty() ? std::string() : DplFile_AddPathComponent(home, ".config");
+}
+
 std::string DplFile_GetApplicationDataFolder(bool shared)
 {
     std::string base;
@@ -602,22 +677,66 @@ std::string DplFile_GetApplicationDataFolder(bool shared)
         const char* dirs = getenv("XDG_CONFIG_DIRS");
         base = (dirs != nullptr && dirs[0] != '\0') ? DplString_Split(dirs, ":").front() : "/etc/xdg";
     }
-    else if (const char* config = getenv("XDG_CONFIG_HOME"); config != nullptr && config[0] == '/')
-    {
-        base = config;
-    }
     else
     {
-        const std::string home = HomeFolder();
-        if (home.empty())
-        {
-            return {};
-        }
-        base = DplFile_AddPathComponent(home, ".config");
+        base = DplFile_GetUserConfigFolder();
     }
     if (base.empty())
     {
         return {};
     }
     return DplFile_AddPathComponent(base, kVendorFolder);
+}
+
+std::string DplFile_TemporaryPathFor(const std::string& path)
+{
+    return path + ".tmp-" + std::to_string(getpid());
+}
+
+bool DplFile_WriteAtomically(const std::string& path, const std::string& bytes)
+{
+    // A NUL inside would cut the path short at the system call.
+    if (path.empty() || path.find('\0') != std::string::npos ||
+        !DplString_IsValidUtf8(path.data(), path.size()))
+    {
+        return false;
+    }
+    std::lock_guard<std::mutex> guard(AtomicWriteMutex());
+    const std::string temporary = DplFile_TemporaryPathFor(path);
+    bool written = false;
+    {
+        ScopedFd file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666));
+        if (file.Get() < 0)
+        {
+            DRAVLogPrintf(kDbgPrintLevelError, "Atomic write: can't create %s (%s)", temporary.c_str(),
+                          strerror(errno));
+            return false;
+        }
+        written = WriteAll(file.Get(), bytes.data(), bytes.size()) && fsync(file.Get()) == 0;
+        const int error = errno;
+        written = file.Close() && written;
+        if (!written)
+        {
+            DRAVLogPrintf(kDbgPrintLevelError, "Atomic write: can't write %s (%s)", temporary.c_str(),
+                          strerror(error));
+        }
+    }
+    if (!written || rename(temporary.c_str(), path.c_str()) != 0)
+    {
+        if (written)
+        {
+            DRAVLogPrintf(kDbgPrintLevelError, "Atomic write: can't replace %s (%s)", path.c_str(),
+                          strerror(errno));
+        }
+        unlink(temporary.c_str());
+        return false;
+    }
+    // Make the rename itself durable.
+    const std::string folder = DplFile_GetFolderPath(path);
+    ScopedFd directory(open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (directory.Get() >= 0)
+    {
+        fsync(directory.Get());
+    }
+    return true;
 }

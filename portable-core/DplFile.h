@@ -58,6 +58,17 @@ bool DplFile_EnumFilesInFolder(const std::string& path, std::vector<std::string>
 // Paths of all files below a folder, relative to it.
 bool DplFile_EnumFilesInFolderWithSubFolders(const std::string& path, std::vector<std::string>& files);
 
+// Replaces the file at path with bytes so that a reader sees either the old
+// or the new content: the bytes go to DplFile_TemporaryPathFor(path) (never
+// through a symbolic link), are flushed to disk and renamed over path, and the
+// folder is synced so the rename lasts. A failure at any step removes the
+// temporary file and leaves the former file whole. False for an empty path or
+// one that is not UTF-8.
+bool DplFile_WriteAtomically(const std::string& path, const std::string& bytes);
+// The temporary file a write of path goes through: in the same folder, named
+// after the process, so two processes saving one file don't share it.
+std::string DplFile_TemporaryPathFor(const std::string& path);
+
 // Append to the file, creating it; nothing for a null path.
 bool DplFile_WriteBufferToFile(const char* path, const void* buffer, size_t size);
 bool DplFile_WriteTextToFile(const char* path, const char* text);
@@ -70,6 +81,12 @@ void DplFile_RemoveEndPeriodCharacters(std::string& text);
 // $TMPDIR, else "/tmp".
 std::string DplFile_GetTempFolder();
 std::string DplFile_GetDefaultApplicationFolder();
-// The user's: $XDG_CONFIG_HOME (default ~/.config) + "/Drovane/Tidemix";
+// $HOME, else the home folder of the account's passwd entry; empty when neither is known.
+std::string DplFile_GetHomeFolder();
+// The user's configuration home: $XDG_CONFIG_HOME when it is an absolute path,
+// else DplFile_GetHomeFolder() + "/.config"; empty when no home is known, never
+// a shared folder such as /tmp.
+std::string DplFile_GetUserConfigFolder();
+// The user's: DplFile_GetUserConfigFolder() + "/Drovane/Tidemix", empty without one;
 // shared: the first of $XDG_CONFIG_DIRS (default /etc/xdg) + "/Drovane/Tidemix".
 std::string DplFile_GetApplicationDataFolder(bool shared);

@@ -2,12 +2,8 @@
 
 #include "portable-core/DplFile.h"
 
-#include <pwd.h>
 #include <sys/stat.h>
-#include <unistd.h>
-#include <cstdlib>
 #include <mutex>
-#include <vector>
 
 namespace
 {
@@ -24,25 +20,6 @@ ProductNames& Names()
 {
     static ProductNames* names = new ProductNames();  // lives through static destruction
     return *names;
-}
-
-std::string HomeFolder()
-{
-    const char* home = getenv("HOME");
-    if (home != nullptr && home[0] != '\0')
-    {
-        return home;
-    }
-    // No HOME: the account's home folder, if the system knows one.
-    std::vector<char> buffer(16384);
-    passwd entry = {};
-    passwd* found = nullptr;
-    if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found != nullptr &&
-        found->pw_dir != nullptr)
-    {
-        return found->pw_dir;
-    }
-    return std::string();
 }
 
 // Adds a component and, with create, makes it when it is missing.
@@ -98,26 +75,14 @@ std::string GetProductCompactName()
 
 std::string DRAVGetAppDataDirectory(bool create)
 {
-    // The XDG configuration home: $XDG_CONFIG_HOME when it is an absolute
-    // path, else ~/.config; then the company and the product.
-    std::string base;
-    const char* config = getenv("XDG_CONFIG_HOME");
-    if (config != nullptr && config[0] == '/')
+    const std::string base = DplFile_GetUserConfigFolder();
+    if (base.empty())
     {
-        base = config;
-        if (create)
-        {
-            DplFile_CreateFolder(base, true);
-        }
+        return std::string();
     }
-    else
+    if (create)
     {
-        const std::string home = HomeFolder();
-        if (home.empty())
-        {
-            return std::string();
-        }
-        base = AddLevel(home, ".config", create);
+        DplFile_CreateFolder(base, true);
     }
     std::string path = AddLevel(base, GetCompanyName(false), create);
     return AddLevel(path, GetProductName(false), create);
@@ -125,7 +90,7 @@ std::string DRAVGetAppDataDirectory(bool create)
 
 std::string DRAVGetMovieDirectory(bool create)
 {
-    std::string home = HomeFolder();
+    const std::string home = DplFile_GetHomeFolder();
     if (home.empty())
     {
         return std::string();

@@ -10,9 +10,10 @@ std::string GetCompanyName(bool shortName);
 std::string GetProductName(bool shortName);
 std::string GetProductCompactName();
 
-// "$XDG_CONFIG_HOME/<company>/<product>" (the configuration home defaults to
-// ~/.config). With create, each missing level is made. Empty when no home
-// folder is known.
+// DplFile_GetUserConfigFolder() + "/<company>/<product>": $XDG_CONFIG_HOME,
+// else $HOME/.config, else the passwd entry's home + "/.config". With create,
+// each missing level is made. Empty when no home folder is known: callers
+// then have no settings folder, never a shared stand-in.
 std::string DRAVGetAppDataDirectory(bool create);
 // "$HOME/Videos/<product>", made level by level with create.
 std::string DRAVGetMovieDirectory(bool create);

@@ -1,18 +1,13 @@
 #include "settings/DRMXSettings.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <system_error>
 
+#include "portable-core/DplFile.h"
 #include "settings/DPLJSONUtils.h"
+#include "settings/DRAVEngineFolders.h"
 #include "settings/DRAVEngineSettings.h"
 #include "settings/InvalidSettingsException.h"
 
@@ -53,46 +48,6 @@ bool ReadWholeFile(const std::string& path, std::string& text)
     return !file.bad();
 }
 
-// Writes text to a temporary file in the same folder, flushes it to disk and
-// renames it over path, so that a reader sees either the old or the new file
-// and a failed write leaves the old one as it was.
-bool ReplaceFileAtomically(const std::string& path, const std::string& text)
-{
-    const std::string temporary = path + ".tmp-" + std::to_string(getpid());
-    const int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0)
-    {
-        return false;
-    }
-    size_t written = 0;
-    bool ok = true;
-    while (written < text.size())
-    {
-        const ssize_t n = write(fd, text.data() + written, text.size() - written);
-        if (n < 0 && errno == EINTR)
-        {
-            continue;
-        }
-        if (n <= 0)
-        {
-            ok = false;
-            break;
-        }
-        written += static_cast<size_t>(n);
-    }
-    ok = ok && fsync(fd) == 0;
-    ok = (close(fd) == 0) && ok;
-    if (ok && rename(temporary.c_str(), path.c_str()) != 0)
-    {
-        ok = false;
-    }
-    if (!ok)
-    {
-        unlink(temporary.c_str());
-    }
-    return ok;
-}
-
 nlohmann::json ArrayOf(const std::vector<DRMXInputSelector>& inputs)
 {
     nlohmann::json array = nlohmann::json::array();
@@ -106,27 +61,8 @@ nlohmann::json ArrayOf(const std::vector<DRMXInputSelector>& inputs)
 
 std::string DRMXGetAppDataDirectory(bool create)
 {
-    std::filesystem::path folder;
-    const char* config = getenv("XDG_CONFIG_HOME");
-    if (config != nullptr && config[0] == '/')
-    {
-        folder = config;
-    }
-    else
-    {
-        const char* home = getenv("HOME");
-        folder = std::filesystem::path(home != nullptr && *home != '\0' ? home : "/tmp") / ".config";
-    }
-    for (const char* level : {COMPANY_NAME, PRODUCT_NAME_LONG})
-    {
-        folder /= level;
-        if (create)
-        {
-            std::error_code ignored;
-            std::filesystem::create_directories(folder, ignored);
-        }
-    }
-    return folder.string();
+    // One folder for both layers: they share the settings file in it.
+    return DRAVGetAppDataDirectory(create);
 }
 
 DRAVResult DRMXSettings::LoadSettings(const std::string& path)
@@ -193,8 +129,10 @@ DRAVResult DRMXSettings::LoadSettings(const std::string& path)
         }
         mixerConfiguration.SetMixerOutputLocal(local);
         mixerConfiguration.SetMixerOutputStream(stream);
-        mixerConfiguration.SetAudioBufferSizeOutputMSec(DPLJSONUtils::GetIntByName(section, kOutputBufferKey, 60));
-        mixerConfiguration.SetAudioBufferSizeInputMSec(DPLJSONUtils::GetIntByName(section, kInputBufferKey, 20));
+        mixerConfiguration.SetAudioBufferSizeOutputMSec(
+            DPLJSONUtils::GetIntByName(section, kOutputBufferKey, 60));
+        mixerConfiguration.SetAudioBufferSizeInputMSec(
+            DPLJSONUtils::GetIntByName(section, kInputBufferKey, 20));
         mixerConfiguration.SetAudioBufferFrameCount(
             static_cast<int>(mixerConfiguration.audioBufferSizeInputMSec / 1000.0 * 48000.0));
         if (!applicationSettings.FromJSONObject(root.at(kApplicationKey)).Succeeded())
@@ -264,7 +202,7 @@ DRAVResult DRMXSettings::SaveSettings(const std::string& path)
     {
         return DRAVResult(kDRAVResultErrCouldNotOpenFile);
     }
-    if (!ReplaceFileAtomically(path, text))
+    if (!DplFile_WriteAtomically(path, text))
     {
         return DRAVResult(kDRAVResultErrCouldNotOpenFile, "could not write %s", path.c_str());
     }
@@ -352,7 +290,8 @@ DRAVResult DRMXSettings::LoadDefaultOutputs()
 DRAVResult DRMXSettings::LoadDefaultMicrophoneSettings()
 {
     const std::vector<DRMXInputSelector> microphones =
-        queries_.availableInputs ? queries_.availableInputs(kInputTypeMainMicrophone) : std::vector<DRMXInputSelector>();
+        queries_.availableInputs ? queries_.availableInputs(kInputTypeMainMicrophone)
+                                 : std::vector<DRMXInputSelector>();
     if (microphones.empty())
     {
         return DRAVResult(kDRAVResultErrNotFound);

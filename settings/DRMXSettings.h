@@ -20,8 +20,8 @@ namespace DRMX_Settings
 
 inline constexpr const char* SETTINGS_JSON_FILENAME = "Settings.json";
 
-// The folder of the settings file: $XDG_CONFIG_HOME (default ~/.config), then
-// "Drovane", then "Tidemix". With create, missing levels are made.
+// The folder of the settings file, the engine's DRAVGetAppDataDirectory:
+// empty when no configuration home is known, and then there is no file.
 std::string DRMXGetAppDataDirectory(bool create);
 
 // The whole persistent state of the control layer: the layout of both mixes,
@@ -35,7 +35,8 @@ public:
     // the defaults find no output and no microphone.
     struct DeviceQueries
     {
-        std::function<std::vector<DRMXOutputSelector>(DRMXOutputType, const std::string& name)> availableOutputs;
+        std::function<std::vector<DRMXOutputSelector>(DRMXOutputType, const std::string& name)>
+            availableOutputs;
         std::function<std::vector<DRMXInputSelector>(DRMXInputType)> availableInputs;
     };
 

@@ -1,8 +1,12 @@
 #include "platform/pipewire/PipeWireDeviceMapping.h"
 
 #include <algorithm>
-#include <cctype>
+#include <limits>
 #include <vector>
+
+#if TIDEMIX_HAVE_PIPEWIRE
+#include <spa/utils/json.h>
+#endif
 
 namespace tidemix::platform::pipewire
 {
@@ -21,6 +25,24 @@ std::string_view Lookup(const PropertyMap& node, const PropertyMap& device, std:
     }
     return {};
 }
+
+#if TIDEMIX_HAVE_PIPEWIRE
+// spa_json hands out a string cut off by the end of the text as a token too:
+// a closed one ends in a quote that no backslash escapes.
+bool IsClosedString(const char* token, int length)
+{
+    if (length < 2 || token[0] != '"' || token[length - 1] != '"')
+    {
+        return false;
+    }
+    int backslashes = 0;
+    for (int i = length - 2; i > 0 && token[i] == '\\'; --i)
+    {
+        ++backslashes;
+    }
+    return backslashes % 2 == 0;
+}
+#endif
 
 bool Contains(std::string_view haystack, std::string_view needle)
 {
@@ -311,116 +333,63 @@ std::optional<uint16_t> PipeWireDeviceMapping::ParseUsbId(std::string_view text)
 
 std::optional<std::string> PipeWireDeviceMapping::DefaultNodeName(std::string_view json)
 {
-    // A flat object of strings; read "name" and undo the string's escapes.
-    size_t pos = 0;
-    auto skipBlanks = [&]
-    {
-        while (pos < json.size() && std::isspace(static_cast<unsigned char>(json[pos])))
-        {
-            ++pos;
-        }
-    };
-    auto readString = [&]() -> std::optional<std::string>
-    {
-        if (pos >= json.size() || json[pos] != '"')
-        {
-            return std::nullopt;
-        }
-        ++pos;
-        std::string out;
-        while (pos < json.size())
-        {
-            char c = json[pos++];
-            if (c == '"')
-            {
-                return out;
-            }
-            if (c == '\\')
-            {
-                if (pos >= json.size())
-                {
-                    return std::nullopt;
-                }
-                char escaped = json[pos++];
-                switch (escaped)
-                {
-                    case 'n':
-                        out.push_back('\n');
-                        break;
-                    case 't':
-                        out.push_back('\t');
-                        break;
-                    case 'r':
-                        out.push_back('\r');
-                        break;
-                    case 'b':
-                        out.push_back('\b');
-                        break;
-                    case 'f':
-                        out.push_back('\f');
-                        break;
-                    case 'u':
-                        return std::nullopt;  // node names are plain text
-                    default:
-                        out.push_back(escaped);
-                        break;
-                }
-                continue;
-            }
-            out.push_back(c);
-        }
-        return std::nullopt;
-    };
-
-    skipBlanks();
-    if (pos >= json.size() || json[pos] != '{')
+#if TIDEMIX_HAVE_PIPEWIRE
+    // spa_json counts in int.
+    if (json.size() >= static_cast<size_t>(std::numeric_limits<int>::max()))
     {
         return std::nullopt;
     }
-    ++pos;
+    spa_json top;
+    spa_json object;
+    spa_json_init(&top, json.data(), json.size());
+    if (spa_json_enter_object(&top, &object) <= 0)
+    {
+        return std::nullopt;
+    }
+    // Unescaped text is never longer than its escaped form.
+    std::vector<char> text(json.size() + 1);
+    const int capacity = static_cast<int>(text.size());
     while (true)
     {
-        skipBlanks();
-        std::optional<std::string> key = readString();
-        if (!key)
+        const char* key = nullptr;
+        const char* value = nullptr;
+        const int keyLength = spa_json_next(&object, &key);
+        if (keyLength <= 0)
         {
             return std::nullopt;
         }
-        skipBlanks();
-        if (pos >= json.size() || json[pos] != ':')
+        const int valueLength = spa_json_next(&object, &value);
+        if (valueLength <= 0)
         {
             return std::nullopt;
         }
-        ++pos;
-        skipBlanks();
-        if (pos < json.size() && json[pos] == '"')
+        if (!IsClosedString(key, keyLength) ||
+            spa_json_parse_stringn(key, keyLength, text.data(), capacity) <= 0 ||
+            std::string_view(text.data()) != "name")
         {
-            std::optional<std::string> value = readString();
-            if (!value)
+            continue;  // nested values are skipped whole by the next spa_json_next
+        }
+        if (!IsClosedString(value, valueLength))
+        {
+            // A string cut off at the end of the text is no name; a number or
+            // an object under "name" is none either, but another may follow.
+            if (value[0] == '"')
             {
                 return std::nullopt;
             }
-            if (*key == "name")
-            {
-                return value->empty() ? std::nullopt : value;
-            }
-        }
-        else
-        {
-            // Not a string: skip to the next member.
-            while (pos < json.size() && json[pos] != ',' && json[pos] != '}')
-            {
-                ++pos;
-            }
-        }
-        skipBlanks();
-        if (pos < json.size() && json[pos] == ',')
-        {
-            ++pos;
             continue;
         }
-        return std::nullopt;
+        if (spa_json_parse_stringn(value, valueLength, text.data(), capacity) <= 0 || text[0] == '\0')
+        {
+            return std::nullopt;
+        }
+        return std::string(text.data());
     }
+#else
+    // Only the PipeWire backend reads default-node metadata.
+    (void)json;
+    return std::nullopt;
+#endif
 }
 
 }  // namespace tidemix::platform::pipewire

@@ -6,9 +6,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <mutex>
 
-#include "portable-core/DRAVLog.h"
+#include "portable-core/DplFile.h"
 #include "portable-core/DplString.h"
 
 namespace
@@ -33,62 +32,15 @@ public:
     ScopedFd(const ScopedFd&) = delete;
     ScopedFd& operator=(const ScopedFd&) = delete;
     int Get() const { return fd_; }
-    // Closes now and tells whether the close succeeded.
-    bool Close()
-    {
-        int fd = fd_;
-        fd_ = -1;
-        return fd < 0 || close(fd) == 0;
-    }
 
 private:
     int fd_;
 };
-
-bool WriteAll(int fd, const char* data, size_t length)
-{
-    while (length > 0)
-    {
-        ssize_t written = write(fd, data, length);
-        if (written < 0)
-        {
-            if (errno == EINTR)
-            {
-                continue;
-            }
-            return false;
-        }
-        if (written == 0)
-        {
-            return false;
-        }
-        data += written;
-        length -= static_cast<size_t>(written);
-    }
-    return true;
-}
-
-std::string FolderOf(const std::string& path)
-{
-    size_t slash = path.find_last_of('/');
-    if (slash == std::string::npos)
-    {
-        return ".";
-    }
-    return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-// Two exports to one path in this process must not share the temporary file.
-std::mutex& ExportMutex()
-{
-    static std::mutex mutex;
-    return mutex;
-}
 }  // namespace
 
 std::string CDplJsonFile::TemporaryPathFor(const std::string& path)
 {
-    return path + ".tmp";
+    return DplFile_TemporaryPathFor(path);
 }
 
 bool CDplJsonFile::ExportToFile(const std::string& path, const TJSON& json)
@@ -108,47 +60,7 @@ bool CDplJsonFile::ExportToFile(const std::string& path, const TJSON& json, int*
 
 bool CDplJsonFile::WriteTextAtomically(const std::string& path, const std::string& text)
 {
-    if (path.empty() || !IsValidUtf8Path(path))
-    {
-        return false;
-    }
-    std::lock_guard<std::mutex> guard(ExportMutex());
-    const std::string temporary = TemporaryPathFor(path);
-    bool written = false;
-    {
-        ScopedFd file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666));
-        if (file.Get() < 0)
-        {
-            DRAVLogPrintf(kDbgPrintLevelError, "JSON file: can't create %s (%s)", temporary.c_str(),
-                          strerror(errno));
-            return false;
-        }
-        written = WriteAll(file.Get(), text.data(), text.size()) && fsync(file.Get()) == 0;
-        int error = errno;
-        written = file.Close() && written;
-        if (!written)
-        {
-            DRAVLogPrintf(kDbgPrintLevelError, "JSON file: can't write %s (%s)", temporary.c_str(),
-                          strerror(error));
-        }
-    }
-    if (!written || rename(temporary.c_str(), path.c_str()) != 0)
-    {
-        if (written)
-        {
-            DRAVLogPrintf(kDbgPrintLevelError, "JSON file: can't replace %s (%s)", path.c_str(),
-                          strerror(errno));
-        }
-        unlink(temporary.c_str());
-        return false;
-    }
-    // Make the rename itself durable.
-    ScopedFd folder(open(FolderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (folder.Get() >= 0)
-    {
-        fsync(folder.Get());
-    }
-    return true;
+    return DplFile_WriteAtomically(path, text);
 }
 
 bool CDplJsonFile::ReadWholeFile(const std::string& path, std::string& text)

@@ -8,9 +8,8 @@
 class CDplJsonFile
 {
 public:
-    // Writes the document as pretty text. The file is replaced atomically: the
-    // text goes to "<path>.tmp" in the same folder, is flushed to disk and then
-    // renamed over the path, so a failure at any point leaves the former file
+    // Writes the document as pretty text, replacing the file atomically
+    // (DplFile_WriteAtomically): a failure at any point leaves the former file
     // whole. False for a path that is not UTF-8 or when any step fails.
     static bool ExportToFile(const std::string& path, const TJSON& json);
     // The same with the indent of ToString: null for compact text.

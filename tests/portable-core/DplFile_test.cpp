@@ -1,6 +1,7 @@
 #include "portable-core/DplFile.h"
 
 #include <fcntl.h>
+#include <pwd.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -194,5 +195,52 @@ TEST(DplFileSystem, StandardFoldersFollowTheEnvironment)
         ScopedEnv variable("TMPDIR", tmp);
         EXPECT_EQ(DplFile_GetTempFolder(), tmp != nullptr ? tmp : "/tmp");
     }
+}
+TEST(DplFileSystem, TheUserConfigFolderFallsBackInOrderAndNeverToASharedFolder)
+{
+    // The account's entry is the last resort; a machine without one has no folder at all.
+    const passwd* account = getpwuid(getuid());
+    const std::string accountConfig =
+        account != nullptr && account->pw_dir != nullptr && account->pw_dir[0] != '\0'
+            ? std::string(account->pw_dir) + "/.config"
+            : std::string();
+    struct Case
+    {
+        const char* config;
+        const char* home;
+        std::string expected;
+    };
+    const Case cases[] = {{"/cfg", "/home/someone", "/cfg"},
+                          {"relative", "/home/someone", "/home/someone/.config"},
+                          {"", "/home/someone", "/home/someone/.config"},
+                          {nullptr, "/home/someone", "/home/someone/.config"},
+                          {"/cfg", nullptr, "/cfg"},
+                          {nullptr, "", accountConfig},
+                          {"relative", nullptr, accountConfig}};
+    for (const Case& c : cases)
+    {
+        ScopedEnv config("XDG_CONFIG_HOME", c.config);
+        ScopedEnv home("HOME", c.home);
+        const std::string label =
+            std::string(c.config ? c.config : "(unset)") + " / " + (c.home ? c.home : "(unset)");
+        EXPECT_EQ(DplFile_GetUserConfigFolder(), c.expected) << label;
+        EXPECT_EQ(DplFile_GetApplicationDataFolder(false),
+                  c.expected.empty() ? std::string() : c.expected + "/Drovane/Tidemix")
+            << label;
+    }
+}
+
+// Replacement and failure half-way are covered through CDplJsonFile's tests.
+TEST(DplFileSystem, AnAtomicWriteNeverFollowsALinkAtItsTemporaryFile)
+{
+    PortableCoreTestFolder folder;
+    const std::string path = folder.Child("settings.json");
+    ASSERT_TRUE(DplFile_WriteAtomically(path, "before"));
+    const std::string target = folder.Child("elsewhere");
+    ASSERT_EQ(symlink(target.c_str(), DplFile_TemporaryPathFor(path).c_str()), 0);
+    EXPECT_FALSE(DplFile_WriteAtomically(path, "after"));
+    EXPECT_FALSE(DplFile_ItemExists(target));
+    EXPECT_EQ(ReadText(path), "before");
+    EXPECT_FALSE(DplFile_WriteAtomically("", "x")) << "no path is no file in the working folder";
 }
 }  // namespace

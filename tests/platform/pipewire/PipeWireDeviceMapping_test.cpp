@@ -145,12 +145,17 @@ TEST(PipeWireDeviceMapping, UsbIdsAreHexWithOrWithoutPrefix)
 
 TEST(PipeWireDeviceMapping, DefaultNodeNameFromMetadataValue)
 {
+#if !TIDEMIX_HAVE_PIPEWIRE
+    GTEST_SKIP() << "this build has no PipeWire backend, which alone reads default-node metadata";
+#endif
     EXPECT_EQ(Mapping::DefaultNodeName("{\"name\":\"alsa_output.pci\"}"), "alsa_output.pci");
     EXPECT_EQ(Mapping::DefaultNodeName(" { \"priority\": 5 , \"name\" : \"a\\\"b\" } "), "a\"b");
     EXPECT_FALSE(Mapping::DefaultNodeName("{\"name\":\"\"}"));
     EXPECT_FALSE(Mapping::DefaultNodeName("{\"other\":\"x\"}"));
     EXPECT_FALSE(Mapping::DefaultNodeName("\"name\""));
     EXPECT_FALSE(Mapping::DefaultNodeName("{\"name\":\"unterminated"));
+    EXPECT_FALSE(Mapping::DefaultNodeName("{\"name\":\"cut\\\""));
+    EXPECT_EQ(Mapping::DefaultNodeName("{\"props\":{\"name\":\"inner\"},\"name\":\"outer\"}"), "outer");
     EXPECT_FALSE(Mapping::DefaultNodeName(""));
 }
 
