@@ -6,8 +6,9 @@
 using namespace DRMX_Settings;
 
 DRMXMixerNodeBase::DRMXMixerNodeBase(const std::string& name, KVCMap* properties,
-                                     const DRMXInputSelector& inputSelector, const DRMXOutputSelector& outputSelector)
-    : DRAVObject(name, properties != nullptr ? properties : GetMyObjectProperties()),
+                                     const DRMXInputSelector& inputSelector,
+                                     const DRMXOutputSelector& outputSelector)
+    : DRAVUnit(name, properties != nullptr ? properties : GetMyObjectProperties(), 0, 0),
       inputSelector_(inputSelector),
       outputSelector_(outputSelector)
 {
@@ -22,7 +23,7 @@ DRMXMixerNodeBase::~DRMXMixerNodeBase() = default;
 KVCMap* DRMXMixerNodeBase::GetMyObjectProperties()
 {
     static KVCMap* const sClassProperties =
-        KVCMapBuilder<DRMXMixerNodeBase>(DRAVObject::GetMyObjectProperties())
+        KVCMapBuilder<DRMXMixerNodeBase>(DRAVUnit::GetMyObjectProperties())
             .Double(kPropertyNodeGain, &DRMXMixerNodeBase::SetGain, &DRMXMixerNodeBase::GetGain)
             .Bool(kPropertyNodeMute, &DRMXMixerNodeBase::SetMute, &DRMXMixerNodeBase::GetMute)
             .Double(kPropertyNodeVULevelChannel1, nullptr, &DRMXMixerNodeBase::GetVULevelChannel1)

@@ -3,13 +3,14 @@
 #include <atomic>
 #include <string>
 
+#include "engine/units/DRAVUnit.h"
 #include "portable-core/CDplThreadMutex.h"
-#include "portable-core/DRAVObject.h"
 #include "settings/DRMXSettings.h"
 
 // What the user's fader stands for: the gain and mute of one input in one
-// mix, and that input's two VU levels there. It holds no audio.
-class DRMXMixerNodeBase : public DRAVObject
+// mix, and that input's two VU levels there. It holds no audio. An empty slot
+// of a mix holds a plain node with the id -1.
+class DRMXMixerNodeBase : public DRAVUnit
 {
 public:
     DRMXMixerNodeBase(const std::string& name, KVCMap* properties,
@@ -20,8 +21,8 @@ public:
     static KVCMap* GetMyObjectProperties();
 
     // Takes the node id from the input selector.
-    virtual DRAVResult Init();
-    virtual DRAVResult Deinit();
+    DRAVResult Init() override;
+    DRAVResult Deinit() override;
 
     virtual DRMX_Settings::DRMXMixerNodeSelector GetSelector();
     virtual void SetSelector(const DRMX_Settings::DRMXMixerNodeSelector& selector);
@@ -35,6 +36,8 @@ public:
     void SetInputSelector(const DRMX_Settings::DRMXInputSelector& selector);
     DRMX_Settings::DRMXOutputSelector GetOutputSelector() const;
     void SetOutputSelector(const DRMX_Settings::DRMXOutputSelector& selector);
+    // Plain stores: only a set through the properties reaches the mix, whose
+    // observer passes it on to the real-time unit.
     void SetGain(double gain);
     double GetGain();
     void SetMute(bool mute);

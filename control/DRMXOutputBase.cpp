@@ -1,10 +1,12 @@
 #include "control/DRMXOutputBase.h"
 
 #include "control/DRMXVULevel.h"
+#include "engine/sinks/DRAVSinkAudioRendererAudioUnit.h"
+#include "portable-core/DRAVPropertyNames.h"
 #include "portable-core/KVCMapBuilder.h"
 
 DRMXOutputBase::DRMXOutputBase(const std::string& name, KVCMap* properties)
-    : DRAVObject(name, properties != nullptr ? properties : GetMyObjectProperties())
+    : DRAVUnit(name, properties != nullptr ? properties : GetMyObjectProperties(), 0, 0)
 {
 }
 
@@ -13,12 +15,22 @@ DRMXOutputBase::~DRMXOutputBase() = default;
 KVCMap* DRMXOutputBase::GetMyObjectProperties()
 {
     static KVCMap* const sClassProperties =
-        KVCMapBuilder<DRMXOutputBase>(DRAVObject::GetMyObjectProperties())
+        KVCMapBuilder<DRMXOutputBase>(DRAVUnit::GetMyObjectProperties())
             .Double(kPropertyOutputLevel, &DRMXOutputBase::SetOutputLevel, &DRMXOutputBase::GetOutputLevel)
             .Bool(kPropertyOutputMute, &DRMXOutputBase::SetOutputMute, &DRMXOutputBase::GetOutputMute)
-            .Int(kPropertyAudioBufferSizeFrameCount, &DRMXOutputBase::SetBufferSizeFrameCount,
-                 &DRMXOutputBase::GetBufferSizeFrameCount)
-            .Int(kPropertyAudioBufferSizeMs, &DRMXOutputBase::SetBufferSizeMSec, &DRMXOutputBase::GetBufferSizeMSec)
+            // A property set has no result to give back: a refused size is
+            // logged and the value stays.
+            .Int(
+                kPropertyAudioBufferSizeFrameCount,
+                [](DRMXOutputBase& output, const int64_t& frames) {
+                    output.SetBufferSizeFrameCount(frames).LogError("%s", kPropertyAudioBufferSizeFrameCount);
+                },
+                &DRMXOutputBase::GetBufferSizeFrameCount)
+            .Int(
+                kPropertyAudioBufferSizeMs,
+                [](DRMXOutputBase& output, const int64_t& milliseconds)
+                { output.SetBufferSizeMSec(milliseconds).LogError("%s", kPropertyAudioBufferSizeMs); },
+                &DRMXOutputBase::GetBufferSizeMSec)
             .Double(kPropertyOutputVULevelChannel1, nullptr, &DRMXOutputBase::GetVULevelChannel1)
             .Double(kPropertyOutputVULevelChannel2, nullptr, &DRMXOutputBase::GetVULevelChannel2)
             .Build();
@@ -95,9 +107,15 @@ int64_t DRMXOutputBase::GetBufferSizeFrameCount()
     return bufferFrameCount_.load();
 }
 
-void DRMXOutputBase::SetBufferSizeFrameCount(int64_t frames)
+DRAVResult DRMXOutputBase::SetBufferSizeFrameCount(int64_t frames)
 {
+    if (frames < 1 || frames > DRAVSinkAudioRendererAudioUnit::kMaxBufferSizeFrameCount)
+    {
+        return DRAVResult(kDRAVResultErrInvalidParameter, "buffer size of %lld frames",
+                          static_cast<long long>(frames));
+    }
     bufferFrameCount_.store(frames);
+    return DRAVResult(kDRAVResultOk);
 }
 
 int64_t DRMXOutputBase::GetBufferSizeMSec()
@@ -105,7 +123,18 @@ int64_t DRMXOutputBase::GetBufferSizeMSec()
     return bufferSizeMSec_.load();
 }
 
-void DRMXOutputBase::SetBufferSizeMSec(int64_t milliseconds)
+DRAVResult DRMXOutputBase::SetBufferSizeMSec(int64_t milliseconds)
 {
+    if (milliseconds <= 0)
+    {
+        return DRAVResult(kDRAVResultErrInvalidParameter, "buffer size of %lld ms",
+                          static_cast<long long>(milliseconds));
+    }
     bufferSizeMSec_.store(milliseconds);
+    return DRAVResult(kDRAVResultOk);
+}
+
+std::shared_ptr<DRAVSink> DRMXOutputBase::GetSink() const
+{
+    return nullptr;
 }

@@ -5,12 +5,13 @@
 
 #include "control/DRMXAudioUnitInterface.h"
 #include "control/DRMXOutputInterface.h"
+#include "engine/units/DRAVUnit.h"
 #include "portable-core/CDplThreadMutex.h"
-#include "portable-core/DRAVObject.h"
 
 // What every output has: its selector, level, mute, the two VU levels the
-// level loop writes, and its buffer sizes. The accessors store and read.
-class DRMXOutputBase : public DRAVObject, public DRMXOutputInterface, public DRMXAudioUnitInterface
+// level loop writes, and its buffer sizes. The accessors store and read; the
+// base has no sink.
+class DRMXOutputBase : public DRAVUnit, public DRMXOutputInterface, public DRMXAudioUnitInterface
 {
 public:
     explicit DRMXOutputBase(const std::string& name, KVCMap* properties = nullptr);
@@ -32,9 +33,12 @@ public:
     // level is a power in decibels; only channels 0 and 1 exist.
     virtual void SetVULevel(double level, int channel);
     virtual int64_t GetBufferSizeFrameCount();
-    virtual void SetBufferSizeFrameCount(int64_t frames);
+    // Both refuse 0 or less (ErrInvalidParameter, the value stays); frames
+    // also more than a renderer takes.
+    virtual DRAVResult SetBufferSizeFrameCount(int64_t frames);
     virtual int64_t GetBufferSizeMSec();
-    virtual void SetBufferSizeMSec(int64_t milliseconds);
+    virtual DRAVResult SetBufferSizeMSec(int64_t milliseconds);
+    std::shared_ptr<DRAVSink> GetSink() const override;
 
 private:
     mutable CDplThreadMutex selectorLock_;

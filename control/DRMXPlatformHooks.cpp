@@ -2,6 +2,7 @@
 
 #include <mutex>
 
+#include "control/DRMXInput.h"
 #include "control/DRMXMixer.h"
 
 namespace
@@ -23,7 +24,8 @@ DRMXPlatformHooks DRMXSetPlatformHooks(DRMXPlatformHooks hooks)
     return hooks;
 }
 
-std::shared_ptr<DRMXMixerBase> CreateMixerPlatformSpecific(const std::string& name, DRMX_Settings::DRMXMixerType type)
+std::shared_ptr<DRMXMixerBase> CreateMixerPlatformSpecific(const std::string& name,
+                                                           DRMX_Settings::DRMXMixerType type)
 {
     if (auto hook = CurrentHooks().createMixer)
     {
@@ -62,10 +64,18 @@ DRAVResult CreateInputPlatformSpecific(const DRMX_Settings::DRMXInputSelector& s
     {
         return hook(selector, out);
     }
-    return DRAVResult(kDRAVResultErrNotImplemented);
+    // The main microphone is a microphone object, which this platform doesn't
+    // make yet; every other kind is a plain input.
+    if (selector.GetType() == DRMX_Settings::kInputTypeMainMicrophone)
+    {
+        return DRAVResult(kDRAVResultErrNotImplemented);
+    }
+    *out = std::make_shared<DRMXInput>(selector);
+    return DRAVResult(kDRAVResultOk);
 }
 
-std::vector<DRMX_Settings::DRMXInputSelector> GetAvailableInputsPlatformSpecific(DRMX_Settings::DRMXInputType type)
+std::vector<DRMX_Settings::DRMXInputSelector> GetAvailableInputsPlatformSpecific(
+    DRMX_Settings::DRMXInputType type)
 {
     if (auto hook = CurrentHooks().availableInputs)
     {
@@ -74,7 +84,8 @@ std::vector<DRMX_Settings::DRMXInputSelector> GetAvailableInputsPlatformSpecific
     return {};
 }
 
-std::vector<DRMX_Settings::DRMXOutputSelector> GetAvailableOutputsPlatformSpecific(DRMX_Settings::DRMXOutputType type)
+std::vector<DRMX_Settings::DRMXOutputSelector> GetAvailableOutputsPlatformSpecific(
+    DRMX_Settings::DRMXOutputType type)
 {
     if (auto hook = CurrentHooks().availableOutputs)
     {
@@ -101,4 +112,22 @@ bool IsMicrophoneConnectedPlatformSpecific()
 bool IsAnyDFUMicrophoneConnectedPlatformSpecific()
 {
     return false;
+}
+
+bool ActivateAppAudioDevicePlatformSpecific(const DRMX_Settings::DRMXInputSelector& selector,
+                                            std::string& devicePath)
+{
+    if (auto hook = CurrentHooks().activateAppAudioDevice)
+    {
+        return hook(selector, devicePath);
+    }
+    return false;
+}
+
+void DeactivateAppAudioDevicePlatformSpecific(const DRMX_Settings::DRMXInputSelector& selector)
+{
+    if (auto hook = CurrentHooks().deactivateAppAudioDevice)
+    {
+        hook(selector);
+    }
 }

@@ -20,24 +20,35 @@ std::vector<std::shared_ptr<DRMXDeviceObserverBase>> RegisterDeviceObserversPlat
 std::shared_ptr<DRMXPowerStateObserverBase> RegisterPowerStateObserverPlatformSpecific();
 DRAVResult CreateInputPlatformSpecific(const DRMX_Settings::DRMXInputSelector& selector,
                                        std::shared_ptr<DRMXInputInterface>* out);
-std::vector<DRMX_Settings::DRMXInputSelector> GetAvailableInputsPlatformSpecific(DRMX_Settings::DRMXInputType type);
+std::vector<DRMX_Settings::DRMXInputSelector> GetAvailableInputsPlatformSpecific(
+    DRMX_Settings::DRMXInputType type);
 std::vector<DRMX_Settings::DRMXOutputSelector> GetAvailableOutputsPlatformSpecific(
     DRMX_Settings::DRMXOutputType type);
 bool CheckDeviceInitializedPlatformSpecific(const std::string& name);
 bool IsMicrophoneConnectedPlatformSpecific();
 bool IsAnyDFUMicrophoneConnectedPlatformSpecific();
+// The capture device that carries one application's sound: made (true, with
+// its device path) or deleted. Without application audio nothing is made.
+bool ActivateAppAudioDevicePlatformSpecific(const DRMX_Settings::DRMXInputSelector& selector,
+                                            std::string& devicePath);
+void DeactivateAppAudioDevicePlatformSpecific(const DRMX_Settings::DRMXInputSelector& selector);
 
 // Replacements for the hooks above; an empty function keeps the built-in one.
 struct DRMXPlatformHooks
 {
-    std::function<std::shared_ptr<DRMXMixerBase>(const std::string&, DRMX_Settings::DRMXMixerType)> createMixer;
+    std::function<std::shared_ptr<DRMXMixerBase>(const std::string&, DRMX_Settings::DRMXMixerType)>
+        createMixer;
     std::function<std::vector<std::shared_ptr<DRMXDeviceObserverBase>>()> registerDeviceObservers;
     std::function<std::shared_ptr<DRMXPowerStateObserverBase>()> registerPowerStateObserver;
     std::function<DRAVResult(const DRMX_Settings::DRMXInputSelector&, std::shared_ptr<DRMXInputInterface>*)>
         createInput;
-    std::function<std::vector<DRMX_Settings::DRMXInputSelector>(DRMX_Settings::DRMXInputType)> availableInputs;
-    std::function<std::vector<DRMX_Settings::DRMXOutputSelector>(DRMX_Settings::DRMXOutputType)> availableOutputs;
+    std::function<std::vector<DRMX_Settings::DRMXInputSelector>(DRMX_Settings::DRMXInputType)>
+        availableInputs;
+    std::function<std::vector<DRMX_Settings::DRMXOutputSelector>(DRMX_Settings::DRMXOutputType)>
+        availableOutputs;
     std::function<bool()> microphoneConnected;
+    std::function<bool(const DRMX_Settings::DRMXInputSelector&, std::string&)> activateAppAudioDevice;
+    std::function<void(const DRMX_Settings::DRMXInputSelector&)> deactivateAppAudioDevice;
 };
 
 // Installs replacements and returns the former ones.

@@ -74,6 +74,7 @@ public:
         selector_ = selector;
     }
     void UpdateMixerNodeId(int) override {}
+    std::shared_ptr<DRAVSource> GetSource() const override { return nullptr; }
     DRAVResult AudioUnitStart(const DRAVTimestamp&) override
     {
         log_.Add("start " + name_);

@@ -76,40 +76,13 @@ TEST(MixRoadAllocations, ARunningRoadMakesNoHeapCall)
             }
             return count;
         };
-        int64_t news = -1;
-        int64_t played = 0;
-        for (int window = 0; window < 6; ++window)
-        {
-            const int64_t eventsBefore = events();
-            const int64_t playedBefore = road.Sink().GetFramesPlayed();
-            // An event just before the window would log within it; one in
-            // this guard spoils the window too.
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-            OperatorNewCounter counter(OperatorNewCounter::Scope::Process);
-            std::this_thread::sleep_for(std::chrono::seconds(1));
-            const int64_t windowNews = counter.Stop();
-            played = road.Sink().GetFramesPlayed() - playedBefore;
-            if (events() == eventsBefore)
-            {
-                news = windowNews;
-                break;
-            }
-            printf(
-                "window %d: the road absorbed %lld drift events (so far: sink drops %lld, underruns %lld; "
-                "rings overruns %lld/%lld, short pulls %lld/%lld); measuring again\n",
-                window, static_cast<long long>(events() - eventsBefore),
-                static_cast<long long>(road.Sink().GetDroppedBlockCount()),
-                static_cast<long long>(road.Sink().GetUnderrunCount()),
-                static_cast<long long>(rings.begin()[0]->GetOverrunCount()),
-                static_cast<long long>(rings.begin()[1]->GetOverrunCount()),
-                static_cast<long long>(rings.begin()[0]->GetShortPullCount()),
-                static_cast<long long>(rings.begin()[1]->GetShortPullCount()));
-        }
+        const tidemix::test::QuietSecond quiet = tidemix::test::CountHeapCallsInAQuietSecond(
+            events, [&] { return road.Sink().GetFramesPlayed(); });
         road.Stop();
 
-        ASSERT_GE(news, 0) << "no window of a second ran without drift events";
-        EXPECT_EQ(news, 0) << "heap calls on the road's threads in a second";
-        EXPECT_GT(played, 24000) << "the road must have run while counting";
+        ASSERT_GE(quiet.news, 0) << "no window of a second ran without drift events";
+        EXPECT_EQ(quiet.news, 0) << "heap calls on the road's threads in a second";
+        EXPECT_GT(quiet.played, 24000) << "the road must have run while counting";
     }
     DRAVManager::GetDRAVManager()->Deinit();
     Platform::Use(nullptr);

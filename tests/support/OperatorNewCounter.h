@@ -6,10 +6,14 @@
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"  // new is malloc underneath, on purpose
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <new>
+#include <thread>
 
 namespace tidemix::test
 {
@@ -77,6 +81,44 @@ private:
 
     Scope scope_;
 };
+
+// Heap calls of the whole process over one second of a running road, counted
+// in the first of up to six windows in which `events` (the road's drift
+// counters) doesn't change: a thread held up by the host makes the road absorb
+// drift, which logs. news is -1 when no window was quiet; played is what
+// `played` (frames played) advanced in the window measured last.
+struct QuietSecond
+{
+    int64_t news = -1;
+    int64_t played = 0;
+};
+inline QuietSecond CountHeapCallsInAQuietSecond(const std::function<int64_t()>& events,
+                                                const std::function<int64_t()>& played)
+{
+    QuietSecond result;
+    for (int window = 0; window < 6; ++window)
+    {
+        const int64_t eventsBefore = events();
+        const int64_t playedBefore = played();
+        // An event just before the window would log within it; one in this
+        // guard spoils the window too.
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        OperatorNewCounter counter(OperatorNewCounter::Scope::Process);
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+        const int64_t windowNews = counter.Stop();
+        result.played = played() - playedBefore;
+        const int64_t windowEvents = events() - eventsBefore;
+        if (windowEvents == 0)
+        {
+            result.news = windowNews;
+            break;
+        }
+        printf("window %d: the road absorbed %lld drift events; measuring again\n", window,
+               static_cast<long long>(windowEvents));
+    }
+    return result;
+}
+
 }  // namespace tidemix::test
 
 namespace

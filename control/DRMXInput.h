@@ -1,0 +1,73 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "control/DRMXInputBase.h"
+#include "engine/sources/DRAVSourceAudioCaptureCoreAudio.h"
+#include "portable-core/CDplThreadMutex.h"
+
+// An input of every kind but the main microphone: a further microphone, a
+// channel of the virtual driver, any capture device, or one application's
+// audio. A capture source is made at each start and dropped at each stop;
+// between the two the input is a selector and two buffer sizes, so a mix can
+// hold it with no device there.
+class DRMXInput : public DRMXInputBase
+{
+public:
+    // The source's ring holds this many blocks, and the first block that
+    // arrives is replaced by kStartFillBlocks of silence. However the device's
+    // packets fall against the mix's pulls (512 frames at 44100 Hz finish a
+    // block after 11.6 or 23.2 ms), a pull then finds at least one whole
+    // block, and the ring never holds more than three.
+    static constexpr int64_t kRingBlocks = 4;
+    static constexpr int64_t kStartFillBlocks = 2;
+    static constexpr int64_t kDefaultBufferFrameCount = 1000;
+
+    explicit DRMXInput(const DRMX_Settings::DRMXInputSelector& selector = DRMX_Settings::DRMXInputSelector(),
+                       const std::string& name = "Input");
+    // An application's input gives up its share of the application's device.
+    ~DRMXInput() override;
+
+    // Under the application map's lock. A selector with the same inputId
+    // changes nothing. A running source moves to the new selector's device.
+    void SetSelector(const DRMX_Settings::DRMXInputSelector& selector) override;
+    std::shared_ptr<DRAVSource> GetSource() const override;
+    std::shared_ptr<DRAVSourceAudioCaptureCoreAudio> GetCaptureSource() const;
+    // ErrNotFound for an application without a capture device (no source is
+    // made); ErrUnknown when no capture device has the selector's hardware id
+    // (the source stays, not running, and plays silence on its bus).
+    DRAVResult AudioUnitStart(const DRAVTimestamp& timestamp) override;
+    void AudioUnitStop() override;
+    // A source exists.
+    bool IsUnitStarted() override;
+    int64_t GetBufferSizeFrameCount() override;
+    // ErrInvalidParameter for less than 1 or more than the source's limit;
+    // the value stays.
+    DRAVResult SetBufferSizeFrameCount(int64_t frames) override;
+
+    // The device path of the selector: the application's capture device, else
+    // the first capture device with the selector's hardware id; empty if none.
+    static std::string GetDevicePathForSelector(const DRMX_Settings::DRMXInputSelector& selector);
+
+private:
+    struct Impl;
+    struct AppAudioEntry
+    {
+        std::string devicePath;  // empty: the application has no device
+        int holders = 0;         // inputs (one per mix) naming the application
+    };
+
+    // Both under appAudioMappingLock.
+    void HoldAppAudio(const DRMX_Settings::DRMXInputSelector& selector);
+    void ReleaseAppAudio(const DRMX_Settings::DRMXInputSelector& selector);
+
+    // Bundle identifier to the capture device made for that application, and
+    // its lock. Never destroyed: an input may go at the process's exit.
+    static std::map<std::string, AppAudioEntry>& AppAudioDeviceMapping();
+    static CDplThreadMutex& AppAudioMappingLock();
+
+    std::unique_ptr<Impl> impl_;
+};
