@@ -4,6 +4,8 @@
 #include <cstring>
 #include <utility>
 
+#include "engine/media/DRAVBlockFrameCount.h"
+
 namespace tidemix::engine
 {
 
@@ -11,6 +13,18 @@ DeviceStreamBridge::~DeviceStreamBridge()
 {
     CDplScopedLock guard(dataLock_);
     Close();
+}
+
+DRAVResult DeviceStreamBridge::SetBlockFrameCount(int64_t frames)
+{
+    DRAVResult refused = DRAVCheckBlockFrameCount(frames);
+    if (!refused.Succeeded())
+    {
+        return refused;
+    }
+    CDplScopedLock guard(dataLock_);
+    blockFrames_.store(static_cast<uint32_t>(frames), std::memory_order_relaxed);
+    return DRAVResult(kDRAVResultOk);
 }
 
 std::unique_ptr<AudioFormatConverter> DeviceStreamBridge::CreateConverter(

@@ -39,13 +39,21 @@ public:
         kWholeOrNothing,
     };
 
-    explicit DeviceStreamBridge(ReadPolicy policy) : policy_(policy) {}
+    DeviceStreamBridge(ReadPolicy policy, uint32_t blockFrames) : policy_(policy), blockFrames_(blockFrames)
+    {
+    }
     ~DeviceStreamBridge();
     DeviceStreamBridge(const DeviceStreamBridge&) = delete;
     DeviceStreamBridge& operator=(const DeviceStreamBridge&) = delete;
 
     CDplThreadMutex& DataLock() { return dataLock_; }
     CDplThreadMutex& ControlLock() { return controlLock_; }
+
+    // The unit's block size. Set under the data lock, so that no block is
+    // made or counted half in each size; ErrInvalidParameter outside 1 to
+    // kMaxBlockFrameCount. Read on any thread.
+    DRAVResult SetBlockFrameCount(int64_t frames);
+    uint32_t BlockFrameCount() const { return blockFrames_.load(std::memory_order_relaxed); }
 
     // A converter whose input is read from these buffers. Any thread; needs
     // no lock, since it only reads the buffers once installed.
@@ -96,6 +104,7 @@ private:
     uint32_t Read(void* const* targets, uint32_t frames);
 
     const ReadPolicy policy_;
+    std::atomic<uint32_t> blockFrames_;
     CDplThreadMutex dataLock_;
     CDplThreadMutex controlLock_;
     platform::DeviceStreamFormat format_;

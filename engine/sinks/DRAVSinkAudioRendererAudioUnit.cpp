@@ -62,14 +62,13 @@ struct DRAVSinkAudioRendererAudioUnit::Impl
 
     // The blocks on their way to the device. Its control lock guards the
     // stream, its path and id; its data lock the formats below.
-    DeviceStreamBridge bridge{DeviceStreamBridge::ReadPolicy::kWholeOrNothing};
+    DeviceStreamBridge bridge{DeviceStreamBridge::ReadPolicy::kWholeOrNothing, kDefaultBufferSizeFrameCount};
     std::string devicePath;
     std::unique_ptr<PlaybackStream> stream;
     uint32_t deviceId = 0;
 
     DeviceStreamFormat deviceFormat;
     DRAVAudioFormat format{48000, 2, kDRAVAudioSampleTypeFloat, 0, true};
-    std::atomic<uint32_t> bufferSizeFrameCount{kDefaultBufferSizeFrameCount};
     std::atomic<bool> initialized{false};
     std::atomic<bool> stopping{false};
 
@@ -168,7 +167,7 @@ DRAVResult DRAVSinkAudioRendererAudioUnit::InputMediaBufferReceived(std::shared_
     {
         CDplScopedLock guard(bridge.DataLock());
         if (impl_->initialized.load() &&
-            bridge.QueuedFrames() / impl_->bufferSizeFrameCount.load() >= kMaxQueuedBlocks)
+            bridge.QueuedFrames() / impl_->bridge.BlockFrameCount() >= kMaxQueuedBlocks)
         {
             impl_->droppedBlocks.fetch_add(1, std::memory_order_relaxed);
             return DRAVResult(kDRAVResultOk);
@@ -271,7 +270,7 @@ DRAVResult DRAVSinkAudioRendererAudioUnit::InitAudioUnits(const DRAVAudioFormat&
     const DeviceStreamFormat deviceFormat = stream->Format();
     DRAVResult created;
     std::unique_ptr<AudioFormatConverter> converter =
-        bridge.CreateConverter(inputFormat, deviceFormat, impl_->bufferSizeFrameCount.load(), &created);
+        bridge.CreateConverter(inputFormat, deviceFormat, impl_->bridge.BlockFrameCount(), &created);
     if (!converter)
     {
         return DRAVResult(kDRAVResultErrInvalidState, "no converter to device %u: %s", deviceId,
@@ -429,7 +428,7 @@ void DRAVSinkAudioRendererAudioUnit::SetDevicePath(const std::string& path)
                 inputFormat = bridge.Format();
             }
             converter =
-                bridge.CreateConverter(inputFormat, deviceFormat, impl_->bufferSizeFrameCount.load(), &moved);
+                bridge.CreateConverter(inputFormat, deviceFormat, impl_->bridge.BlockFrameCount(), &moved);
             if (!converter)
             {
                 // Back to where it played before.
@@ -462,22 +461,16 @@ std::string DRAVSinkAudioRendererAudioUnit::GetDevicePath()
 
 DRAVResult DRAVSinkAudioRendererAudioUnit::SetBufferSizeFrameCount(int64_t frames)
 {
-    DRAVResult refused = DRAVCheckBlockFrameCount(frames);
-    if (!refused.Succeeded())
-    {
-        refused.LogError("<%s> SetBufferSizeFrameCount", GetFriendlyName().c_str());
-        return refused;
-    }
     // The converter works in slices of any size: only the limit of waiting
     // blocks follows the new size.
-    CDplScopedLock guard(impl_->bridge.DataLock());
-    impl_->bufferSizeFrameCount.store(static_cast<uint32_t>(frames));
-    return DRAVResult(kDRAVResultOk);
+    DRAVResult result = impl_->bridge.SetBlockFrameCount(frames);
+    result.LogError("<%s> SetBufferSizeFrameCount", GetFriendlyName().c_str());
+    return result;
 }
 
 int64_t DRAVSinkAudioRendererAudioUnit::GetBufferSizeFrameCount()
 {
-    return impl_->bufferSizeFrameCount.load();
+    return impl_->bridge.BlockFrameCount();
 }
 
 bool DRAVSinkAudioRendererAudioUnit::AreAudioUnitsInitialized()

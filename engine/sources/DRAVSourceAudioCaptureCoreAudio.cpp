@@ -37,14 +37,13 @@ struct DRAVSourceAudioCaptureCoreAudio::Impl
     // The device's frames on their way to blocks. Its data lock also guards
     // the device's names below; its control lock serialises start, stop and
     // moves.
-    DeviceStreamBridge bridge{DeviceStreamBridge::ReadPolicy::kWhatWaits};
+    DeviceStreamBridge bridge{DeviceStreamBridge::ReadPolicy::kWhatWaits, kDefaultBufferSizeFrameCount};
 
     std::string devicePath;
     std::string hardwareId;
     int64_t deviceIndex = 0;
     std::unique_ptr<CaptureStream> stream;
     const DRAVAudioFormat targetFormat{48000, 2, kDRAVAudioSampleTypeFloat, 0, true};
-    std::atomic<uint32_t> bufferSizeFrameCount{kDefaultBufferSizeFrameCount};
     std::atomic<bool> running{false};
 
     std::atomic<int64_t> blocks{0};
@@ -198,7 +197,7 @@ DRAVResult DRAVSourceAudioCaptureCoreAudio::StartDevice()
         }
         DRAVResult created;
         std::unique_ptr<AudioFormatConverter> converter = bridge.CreateConverter(
-            format, AudioFormatConverter::MixFormat(), impl_->bufferSizeFrameCount.load(), &created);
+            format, AudioFormatConverter::MixFormat(), impl_->bridge.BlockFrameCount(), &created);
         if (!converter)
         {
             return DRAVResult(kDRAVResultErrInvalidState, "no converter for device %u: %s", deviceId,
@@ -267,7 +266,7 @@ void DRAVSourceAudioCaptureCoreAudio::Impl::AudioInputProc(const CapturePacket& 
         return;
     }
 
-    const uint32_t blockFrames = bufferSizeFrameCount.load(std::memory_order_relaxed);
+    const uint32_t blockFrames = bridge.BlockFrameCount();
     const int64_t blockBytes = int64_t{blockFrames} * targetFormat.GetBytesPerFrame();
     while (bridge.QueuedFrames() >= static_cast<int64_t>(bridge.InputFramesForOutput(blockFrames)))
     {
@@ -356,22 +355,16 @@ std::string DRAVSourceAudioCaptureCoreAudio::GetDeviceHardwareId()
 
 DRAVResult DRAVSourceAudioCaptureCoreAudio::SetBufferSizeFrameCount(int64_t frames)
 {
-    DRAVResult refused = DRAVCheckBlockFrameCount(frames);
-    if (!refused.Succeeded())
-    {
-        refused.LogError("<%s> SetBufferSizeFrameCount", GetFriendlyName().c_str());
-        return refused;
-    }
     // Under the lock, so that a block is never made half in each size. The
     // converter renders larger blocks in several slices, so it stays.
-    CDplScopedLock guard(impl_->bridge.DataLock());
-    impl_->bufferSizeFrameCount.store(static_cast<uint32_t>(frames));
-    return DRAVResult(kDRAVResultOk);
+    DRAVResult result = impl_->bridge.SetBlockFrameCount(frames);
+    result.LogError("<%s> SetBufferSizeFrameCount", GetFriendlyName().c_str());
+    return result;
 }
 
 int64_t DRAVSourceAudioCaptureCoreAudio::GetBufferSizeFrameCount()
 {
-    return impl_->bufferSizeFrameCount.load();
+    return impl_->bridge.BlockFrameCount();
 }
 
 bool DRAVSourceAudioCaptureCoreAudio::IsRunning()

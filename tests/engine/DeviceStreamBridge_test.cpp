@@ -17,7 +17,7 @@ constexpr size_t kCapacityFrames = 100;
 class Bridge
 {
 public:
-    explicit Bridge(DeviceStreamBridge::ReadPolicy policy) : bridge_(policy)
+    explicit Bridge(DeviceStreamBridge::ReadPolicy policy) : bridge_(policy, 960)
     {
         const auto format = AudioFormatConverter::MixFormat();
         CDplScopedLock guard(bridge_.DataLock());
