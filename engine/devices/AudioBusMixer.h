@@ -60,6 +60,8 @@ public:
     float OutputLevelDecibels(uint32_t channel) const;
 
     // Mixes `frames` frames into the two planar outputs. Real-time safe.
+    // On the mix's audio thread: calls the bus callbacks there; no
+    // allocation, no lock, no log.
     void Render(float* left, float* right, uint32_t frames);
 
     uint32_t MaxFramesPerRender() const { return maxFrames_; }

@@ -5,8 +5,8 @@
 #include <functional>
 #include <memory>
 
-#include "engine/media/AlignedSampleBuffer.h"
 #include "engine/devices/StereoResampler.h"
+#include "engine/media/AlignedSampleBuffer.h"
 #include "platform/AudioSystem.h"
 #include "portable-core/DRAVResult.h"
 
@@ -57,6 +57,8 @@ public:
     AudioFormatConverter& operator=(const AudioFormatConverter&) = delete;
 
     // Writes exactly `frames` output frames into `buffers` (output format).
+    // On a device thread or the mix's thread, the callback inside it: no
+    // allocation, no lock, no log.
     void Render(void* const* buffers, uint32_t frames);
 
     // The input frames the next Render of `frames` frames will pull.

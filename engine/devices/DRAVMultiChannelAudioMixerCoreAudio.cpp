@@ -86,8 +86,8 @@ struct DRAVMultiChannelAudioMixerCoreAudio::Impl
     // Lets go of a mixer and a buffer list that were replaced, or keeps them
     // until the block in progress ends. Under lock; the caller frees what is
     // left in the arguments after dropping the lock.
-    void Retire(std::unique_ptr<AudioBusMixer>& formerUnit, BufferListPtr& formerList);
-    bool IsRunning() const { return !stop.load() && audioUnit != nullptr; }
+    void Retire(std::unique_ptr<AudioBusMixer>& formerBusMixer, BufferListPtr& formerList);
+    bool IsRunning() const { return !stop.load() && busMixer != nullptr; }
     bool IsCurrent(uint64_t loopGeneration) const
     {
         return !stop.load() && generation.load() == loopGeneration;
@@ -110,7 +110,7 @@ struct DRAVMultiChannelAudioMixerCoreAudio::Impl
     const DRAVAudioFormat inputFormat = kMixFormat;
     const DRAVAudioFormat outputFormat = kMixFormat;
     AudioStreamBasicDescription streamDescription{};
-    std::unique_ptr<AudioBusMixer> audioUnit;
+    std::unique_ptr<AudioBusMixer> busMixer;
     RenderTimeStamp renderTimeStamp;
     uint32_t processingBufferFrameCount = kStartFrameCount;
     DRAVTimestamp renderClock{-1};
@@ -130,7 +130,7 @@ struct DRAVMultiChannelAudioMixerCoreAudio::Impl
     // The mixer and the buffer list that the block is using then wait here
     // until the block ends.
     bool blockInProgress = false;
-    std::unique_ptr<AudioBusMixer> retiredUnit;
+    std::unique_ptr<AudioBusMixer> retiredBusMixer;
     BufferListPtr retiredList;
     // Wakes a sleeping loop at once when the unit stops.
     std::mutex wakeMutex;
@@ -172,7 +172,7 @@ DRAVResult DRAVMultiChannelAudioMixerCoreAudio::Impl::Start(int buses, const std
         return DRAVResult(kDRAVResultErrInvalidState, "no mixer for <%s>", name.c_str());
     }
     busCount = buses;
-    audioUnit = std::move(mixer);
+    busMixer = std::move(mixer);
     bufferList = std::move(target);
     frameOwnerName = ownerName;
     renderTimeStamp = RenderTimeStamp{0.0, 0, kTimeStampSampleTimeValid};
@@ -190,21 +190,21 @@ void DRAVMultiChannelAudioMixerCoreAudio::Impl::Stop()
     }
     wake.notify_all();
 
-    std::unique_ptr<AudioBusMixer> formerUnit;
+    std::unique_ptr<AudioBusMixer> formerBusMixer;
     BufferListPtr formerList;
     CDplScopedLock guard(lock);
-    formerUnit = std::move(audioUnit);
+    formerBusMixer = std::move(busMixer);
     formerList = std::move(bufferList);
-    Retire(formerUnit, formerList);
+    Retire(formerBusMixer, formerList);
 }
 
-void DRAVMultiChannelAudioMixerCoreAudio::Impl::Retire(std::unique_ptr<AudioBusMixer>& formerUnit,
+void DRAVMultiChannelAudioMixerCoreAudio::Impl::Retire(std::unique_ptr<AudioBusMixer>& formerBusMixer,
                                                        BufferListPtr& formerList)
 {
     // Only the first replacement within a block can be what the block uses.
-    if (blockInProgress && !retiredUnit && !retiredList)
+    if (blockInProgress && !retiredBusMixer && !retiredList)
     {
-        retiredUnit = std::move(formerUnit);
+        retiredBusMixer = std::move(formerBusMixer);
         retiredList = std::move(formerList);
     }
 }
@@ -212,7 +212,7 @@ void DRAVMultiChannelAudioMixerCoreAudio::Impl::Retire(std::unique_ptr<AudioBusM
 bool DRAVMultiChannelAudioMixerCoreAudio::Impl::AudioInputProc(int bus, float* left, float* right,
                                                                uint32_t frames)
 {
-    if (!audioUnit)
+    if (!busMixer)
     {
         return false;
     }
@@ -286,7 +286,7 @@ DRAVDuration DRAVMultiChannelAudioMixerCoreAudio::Impl::AudioThread()
     const uint32_t leftBytes = bufferList->mBuffers[0].mDataByteSize;
     const uint32_t rightBytes = bufferList->mBuffers[1].mDataByteSize;
     blockInProgress = true;
-    audioUnit->Render(left, right, frames);
+    busMixer->Render(left, right, frames);
 
     // By index, with the sink held: a sink may add another from within.
     for (size_t index = 0; index < sinks.size(); ++index)
@@ -322,7 +322,7 @@ DRAVDuration DRAVMultiChannelAudioMixerCoreAudio::Impl::AudioThread()
         }
     }
     blockInProgress = false;
-    retiredUnit.reset();
+    retiredBusMixer.reset();
     retiredList.reset();
 
     renderTimeStamp.sampleTime += frames;
@@ -540,7 +540,7 @@ DRAVResult DRAVMultiChannelAudioMixerCoreAudio::SetProcessingBufferSizeFrameCoun
     {
         return refused;
     }
-    std::unique_ptr<AudioBusMixer> formerUnit;
+    std::unique_ptr<AudioBusMixer> formerBusMixer;
     BufferListPtr formerList;
     CDplScopedLock guard(impl_->lock);
     if (frames == impl_->processingBufferFrameCount)
@@ -548,7 +548,7 @@ DRAVResult DRAVMultiChannelAudioMixerCoreAudio::SetProcessingBufferSizeFrameCoun
         return DRAVResult(kDRAVResultOkNoDataChanged);
     }
     const auto count = static_cast<uint32_t>(frames);
-    if (impl_->audioUnit)
+    if (impl_->busMixer)
     {
         // The mixer's largest slice follows the block, so that each bus is
         // pulled once per block. Both are made here, off the audio thread.
@@ -557,9 +557,9 @@ DRAVResult DRAVMultiChannelAudioMixerCoreAudio::SetProcessingBufferSizeFrameCoun
         {
             return DRAVResult(kDRAVResultErrInvalidState, "no mixer for %u frames", count);
         }
-        formerUnit = std::exchange(impl_->audioUnit, std::move(mixer));
+        formerBusMixer = std::exchange(impl_->busMixer, std::move(mixer));
         formerList = std::move(impl_->bufferList);
-        impl_->Retire(formerUnit, formerList);
+        impl_->Retire(formerBusMixer, formerList);
         impl_->bufferList.reset(AllocateAudioBufferList(impl_->streamDescription, count, true));
     }
     impl_->processingBufferFrameCount = count;
@@ -583,7 +583,7 @@ DRAVResult DRAVMultiChannelAudioMixerCoreAudio::SetInputVolume(int bus, double v
     if (impl_->IsRunning())
     {
         const auto applied = static_cast<float>(std::clamp(volume, 0.0, 1.0));
-        if (!impl_->audioUnit->SetBusGain(static_cast<uint32_t>(bus), applied).Succeeded())
+        if (!impl_->busMixer->SetBusGain(static_cast<uint32_t>(bus), applied).Succeeded())
         {
             return DRAVResult(kDRAVResultErrInvalidState, "bus %d refused volume %f", bus, volume);
         }
@@ -598,7 +598,7 @@ double DRAVMultiChannelAudioMixerCoreAudio::GetInputVolume(int bus) const
         return 0.0;
     }
     CDplScopedLock guard(impl_->lock);
-    return impl_->IsRunning() ? impl_->audioUnit->BusGain(static_cast<uint32_t>(bus)) : 0.0;
+    return impl_->IsRunning() ? impl_->busMixer->BusGain(static_cast<uint32_t>(bus)) : 0.0;
 }
 
 DRAVResult DRAVMultiChannelAudioMixerCoreAudio::SetOutputVolume(double volume)
@@ -607,7 +607,7 @@ DRAVResult DRAVMultiChannelAudioMixerCoreAudio::SetOutputVolume(double volume)
     impl_->outputVolume = volume;
     if (impl_->IsRunning())
     {
-        impl_->audioUnit->SetOutputGain(static_cast<float>(std::clamp(volume, 0.0, 1.0)));
+        impl_->busMixer->SetOutputGain(static_cast<float>(std::clamp(volume, 0.0, 1.0)));
     }
     return DRAVResult(kDRAVResultOk);
 }
@@ -615,7 +615,7 @@ DRAVResult DRAVMultiChannelAudioMixerCoreAudio::SetOutputVolume(double volume)
 double DRAVMultiChannelAudioMixerCoreAudio::GetOutputVolume() const
 {
     CDplScopedLock guard(impl_->lock);
-    return impl_->IsRunning() ? impl_->audioUnit->OutputGain() : 0.0;
+    return impl_->IsRunning() ? impl_->busMixer->OutputGain() : 0.0;
 }
 
 double DRAVMultiChannelAudioMixerCoreAudio::GetInputLevel(int bus, int channel) const
@@ -625,9 +625,9 @@ double DRAVMultiChannelAudioMixerCoreAudio::GetInputLevel(int bus, int channel) 
         return 0.0;
     }
     CDplScopedLock guard(impl_->lock);
-    return impl_->IsRunning() ? impl_->audioUnit->BusLevelDecibels(static_cast<uint32_t>(bus),
-                                                                   static_cast<uint32_t>(channel))
-                              : 0.0;
+    return impl_->IsRunning()
+               ? impl_->busMixer->BusLevelDecibels(static_cast<uint32_t>(bus), static_cast<uint32_t>(channel))
+               : 0.0;
 }
 
 double DRAVMultiChannelAudioMixerCoreAudio::GetOutputLevel(int channel) const
@@ -637,5 +637,5 @@ double DRAVMultiChannelAudioMixerCoreAudio::GetOutputLevel(int channel) const
         return 0.0;
     }
     CDplScopedLock guard(impl_->lock);
-    return impl_->IsRunning() ? impl_->audioUnit->OutputLevelDecibels(static_cast<uint32_t>(channel)) : 0.0;
+    return impl_->IsRunning() ? impl_->busMixer->OutputLevelDecibels(static_cast<uint32_t>(channel)) : 0.0;
 }

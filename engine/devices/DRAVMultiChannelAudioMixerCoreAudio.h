@@ -84,7 +84,9 @@ protected:
     // that drive blocks themselves override this to start nothing.
     virtual void StartRenderLoop();
     // One block: render, then hand a copy to every sink. Returns the block's
-    // duration, 0 when the unit isn't running.
+    // duration, 0 when the unit isn't running. On the mix's audio thread:
+    // holds the unit's lock for the block; no allocation once the pool has
+    // its items, no log, no other lock a control call holds for long.
     DRAVDuration AudioThread();
 
 private:

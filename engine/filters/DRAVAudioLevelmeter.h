@@ -30,7 +30,8 @@ public:
     DRAVResult Deinit() override;
 
     // Audio frames of float samples are measured; frames of another kind or
-    // sample type are left alone. Nothing goes out.
+    // sample type are left alone. Nothing goes out. On a capture device's
+    // thread: the meter's lock for one block's sums; no allocation, no log.
     DRAVResult InputMediaBufferReceived(std::shared_ptr<DRAVUnitInputPin> pin, int pinNumber,
                                         std::shared_ptr<DRAVMediaBuffer> frame) override;
 

@@ -8,15 +8,18 @@
 #include <cstring>
 
 #include "engine/devices/AudioFormatConverter.h"
+#include "engine/devices/DeviceStreamBridge.h"
 #include "engine/media/DRAVAudioBuffer.h"
 #include "engine/media/DRAVBufferRAM.h"
 #include "engine/media/DRAVMediaBufferLock.h"
 #include "platform/Platform.h"
 #include "portable-core/BreakIntoDebugger.h"
-#include "portable-core/DplBipBuffer.h"
 #include "portable-core/KVCMapBuilder.h"
 
 using tidemix::engine::AudioFormatConverter;
+using tidemix::engine::DeviceStreamBridge;
+
+static_assert(DRAVSinkAudioRendererAudioUnit::kBipBufferCount <= DeviceStreamBridge::kMaxBufferCount);
 using tidemix::platform::DeviceStreamFormat;
 using tidemix::platform::PlaybackRequest;
 using tidemix::platform::PlaybackStream;
@@ -44,52 +47,28 @@ bool SameBlockFormat(const DRAVAudioFormat& a, const DRAVAudioFormat& b)
     return a.IsSameFormat(b) && a.GetFlag() == b.GetFlag();
 }
 
-size_t BufferFrameBytes(const DeviceStreamFormat& format)
-{
-    return size_t{format.BytesPerSample()} * (format.interleaved ? format.channels : 1);
-}
 }  // namespace
 
 struct DRAVSinkAudioRendererAudioUnit::Impl
 {
     // Device thread: one request of the device.
     void AudioOutputProc(const PlaybackRequest& request);
-    // Inside the converter's render: block frames out of the bip buffers.
-    uint32_t ConverterInputProc(void* const* buffers, uint32_t frames);
-    // Whole frames waiting in every bip buffer; under lock.
-    int64_t QueuedFrames() const
-    {
-        if (bipBufferCount == 0)
-        {
-            return 0;
-        }
-        return static_cast<int64_t>(bipBuffers[0].getCommittedSize() /
-                                    BufferFrameBytes(converterInputFormat));
-    }
     void Silence(const PlaybackRequest& request) const;
-    void ReleaseBuffers();
+    // Data lock held.
+    void Close();
 
     std::atomic<double> volume{1.0};
     std::atomic<bool> mute{false};
 
-    // Serialises opening, closing, moving and the volume of the device
-    // stream; never taken by the device thread.
-    CDplThreadMutex controlLock;
+    // The blocks on their way to the device. Its control lock guards the
+    // stream, its path and id; its data lock the formats below.
+    DeviceStreamBridge bridge{DeviceStreamBridge::ReadPolicy::kWholeOrNothing, kDefaultBufferSizeFrameCount};
     std::string devicePath;
     std::unique_ptr<PlaybackStream> stream;
     uint32_t deviceId = 0;
 
-    // Guards what both threads touch. The push side holds it for one block's
-    // copy, the device side for one request's conversion.
-    CDplThreadMutex lock;
-    std::unique_ptr<AudioFormatConverter> converter;
-    DeviceStreamFormat converterInputFormat;
     DeviceStreamFormat deviceFormat;
     DRAVAudioFormat format{48000, 2, kDRAVAudioSampleTypeFloat, 0, true};
-    std::atomic<uint32_t> bufferSizeFrameCount{kDefaultBufferSizeFrameCount};
-    std::array<DplBipBuffer, kBipBufferCount> bipBuffers;
-    uint64_t bipBufferCount = 0;
-    std::atomic<int64_t> framesPlayed{0};
     std::atomic<bool> initialized{false};
     std::atomic<bool> stopping{false};
 
@@ -184,10 +163,11 @@ DRAVResult DRAVSinkAudioRendererAudioUnit::InputMediaBufferReceived(std::shared_
     {
         return DRAVResult(kDRAVResultErrInvalidOperation);
     }
+    DeviceStreamBridge& bridge = impl_->bridge;
     {
-        CDplScopedLock guard(impl_->lock);
+        CDplScopedLock guard(bridge.DataLock());
         if (impl_->initialized.load() &&
-            impl_->QueuedFrames() / impl_->bufferSizeFrameCount.load() >= kMaxQueuedBlocks)
+            bridge.QueuedFrames() / impl_->bridge.BlockFrameCount() >= kMaxQueuedBlocks)
         {
             impl_->droppedBlocks.fetch_add(1, std::memory_order_relaxed);
             return DRAVResult(kDRAVResultOk);
@@ -222,7 +202,7 @@ DRAVResult DRAVSinkAudioRendererAudioUnit::InputMediaBufferReceived(std::shared_
     const auto* data = storage->GetData();
     const auto size = static_cast<size_t>(std::max<int64_t>(block->GetUsedBufferSize(), 0));
 
-    CDplScopedLock guard(impl_->lock);
+    CDplScopedLock guard(bridge.DataLock());
     if (!impl_->initialized.load())
     {
         // Closed meanwhile by a stop.
@@ -236,42 +216,31 @@ DRAVResult DRAVSinkAudioRendererAudioUnit::InputMediaBufferReceived(std::shared_
     }
     // Whole frames of every buffer, and all buffers or none, so that the
     // channels never fall out of step.
-    const size_t frameBytes = BufferFrameBytes(impl_->converterInputFormat);
-    const size_t bytes = size / impl_->bipBufferCount / frameBytes * frameBytes;
+    const uint64_t bufferCount = bridge.BufferCount();
+    const size_t frameBytes = bridge.FrameBytes();
+    const size_t bytes = size / bufferCount / frameBytes * frameBytes;
     if (bytes == 0)
     {
         return DRAVResult(kDRAVResultOk);
     }
-    std::array<void*, kBipBufferCount> targets{};
-    bool fits = true;
-    for (uint64_t i = 0; fits && i < impl_->bipBufferCount; ++i)
-    {
-        size_t reserved = 0;
-        targets[i] = impl_->bipBuffers[i].reserve(bytes, reserved);
-        fits = targets[i] != nullptr && reserved >= bytes;
-    }
-    if (!fits)
-    {
-        for (uint64_t i = 0; i < impl_->bipBufferCount; ++i)
-        {
-            impl_->bipBuffers[i].commit(0);
-        }
-        impl_->droppedBlocks.fetch_add(1, std::memory_order_relaxed);
-        return DRAVResult(kDRAVResultOk);
-    }
     // Planar blocks hold each channel's part one after the other.
-    const size_t stride = size / impl_->bipBufferCount;
-    for (uint64_t i = 0; i < impl_->bipBufferCount; ++i)
+    const size_t stride = size / bufferCount;
+    std::array<const void*, DeviceStreamBridge::kMaxBufferCount> sources{};
+    for (uint64_t i = 0; i < bufferCount; ++i)
     {
-        std::memcpy(targets[i], data + i * stride, bytes);
-        impl_->bipBuffers[i].commit(bytes);
+        sources[i] = data + i * stride;
+    }
+    if (!bridge.Write(sources.data(), bufferCount, bytes))
+    {
+        impl_->droppedBlocks.fetch_add(1, std::memory_order_relaxed);
     }
     return DRAVResult(kDRAVResultOk);
 }
 
 DRAVResult DRAVSinkAudioRendererAudioUnit::InitAudioUnits(const DRAVAudioFormat& format)
 {
-    CDplScopedLock control(impl_->controlLock);
+    DeviceStreamBridge& bridge = impl_->bridge;
+    CDplScopedLock control(bridge.ControlLock());
     if (impl_->initialized.load())
     {
         return DRAVResult(kDRAVResultOk);
@@ -300,33 +269,23 @@ DRAVResult DRAVSinkAudioRendererAudioUnit::InitAudioUnits(const DRAVAudioFormat&
     }
     const DeviceStreamFormat deviceFormat = stream->Format();
     DRAVResult created;
-    std::unique_ptr<AudioFormatConverter> converter = AudioFormatConverter::Create(
-        inputFormat, deviceFormat, impl_->bufferSizeFrameCount.load(),
-        [impl](void* const* buffers, uint32_t frames) { return impl->ConverterInputProc(buffers, frames); },
-        &created);
+    std::unique_ptr<AudioFormatConverter> converter =
+        bridge.CreateConverter(inputFormat, deviceFormat, impl_->bridge.BlockFrameCount(), &created);
     if (!converter)
     {
         return DRAVResult(kDRAVResultErrInvalidState, "no converter to device %u: %s", deviceId,
                           created.GetMessage().c_str());
     }
     {
-        CDplScopedLock guard(impl_->lock);
+        CDplScopedLock guard(bridge.DataLock());
         impl_->format = format;
-        impl_->converterInputFormat = inputFormat;
         impl_->deviceFormat = deviceFormat;
-        impl_->converter = std::move(converter);
-        const size_t bytes =
-            size_t{inputFormat.sampleRate} * BufferFrameBytes(inputFormat) * kBipBufferSeconds;
-        impl_->bipBufferCount = inputFormat.BufferCount();
-        for (uint64_t i = 0; i < impl_->bipBufferCount; ++i)
+        if (!bridge.Open(inputFormat, size_t{inputFormat.sampleRate} * kBipBufferSeconds,
+                         std::move(converter)))
         {
-            if (!impl_->bipBuffers[i].allocate(bytes))
-            {
-                impl_->ReleaseBuffers();
-                return DRAVResult(kDRAVResultErrInvalidState, "no memory for the bip buffers");
-            }
+            return DRAVResult(kDRAVResultErrInvalidState, "no memory for the bip buffers");
         }
-        impl_->framesPlayed.store(0);
+        bridge.ResetCounters();
         impl_->initialized.store(true);
     }
     impl_->stream = std::move(stream);
@@ -336,8 +295,8 @@ DRAVResult DRAVSinkAudioRendererAudioUnit::InitAudioUnits(const DRAVAudioFormat&
     if (!started.Succeeded())
     {
         std::unique_ptr<PlaybackStream> failed = std::move(impl_->stream);
-        CDplScopedLock guard(impl_->lock);
-        impl_->ReleaseBuffers();
+        CDplScopedLock guard(bridge.DataLock());
+        impl_->Close();
         return DRAVResult(kDRAVResultErrInvalidState, "device %u doesn't start: %s", deviceId,
                           started.GetMessage().c_str());
     }
@@ -346,7 +305,8 @@ DRAVResult DRAVSinkAudioRendererAudioUnit::InitAudioUnits(const DRAVAudioFormat&
 
 void DRAVSinkAudioRendererAudioUnit::DeinitAudioUnits()
 {
-    CDplScopedLock control(impl_->controlLock);
+    DeviceStreamBridge& bridge = impl_->bridge;
+    CDplScopedLock control(bridge.ControlLock());
     if (!impl_->initialized.load())
     {
         return;
@@ -356,19 +316,14 @@ void DRAVSinkAudioRendererAudioUnit::DeinitAudioUnits()
     impl_->stream->Stop();
     std::unique_ptr<PlaybackStream> stream = std::move(impl_->stream);
     impl_->deviceId = 0;
-    CDplScopedLock guard(impl_->lock);
-    impl_->ReleaseBuffers();
+    CDplScopedLock guard(bridge.DataLock());
+    impl_->Close();
 }
 
-void DRAVSinkAudioRendererAudioUnit::Impl::ReleaseBuffers()
+void DRAVSinkAudioRendererAudioUnit::Impl::Close()
 {
     initialized.store(false);
-    converter.reset();
-    for (uint64_t i = 0; i < bipBufferCount; ++i)
-    {
-        bipBuffers[i].deallocate();
-    }
-    bipBufferCount = 0;
+    bridge.Close();
 }
 
 void DRAVSinkAudioRendererAudioUnit::Impl::Silence(const PlaybackRequest& request) const
@@ -377,7 +332,8 @@ void DRAVSinkAudioRendererAudioUnit::Impl::Silence(const PlaybackRequest& reques
     {
         return;
     }
-    const size_t bytes = size_t{request.frames} * BufferFrameBytes(deviceFormat);
+    const size_t bytes = size_t{request.frames} * deviceFormat.BytesPerSample() *
+                         (deviceFormat.interleaved ? deviceFormat.channels : 1);
     for (uint32_t i = 0; i < request.bufferCount; ++i)
     {
         if (request.buffers[i] != nullptr)
@@ -394,8 +350,8 @@ void DRAVSinkAudioRendererAudioUnit::Impl::AudioOutputProc(const PlaybackRequest
         Silence(request);
         return;
     }
-    CDplScopedLock guard(lock);
-    if (!initialized.load() || !converter)
+    CDplScopedLock guard(bridge.DataLock());
+    if (!initialized.load() || !bridge.IsOpen())
     {
         Silence(request);
         return;
@@ -406,54 +362,18 @@ void DRAVSinkAudioRendererAudioUnit::Impl::AudioOutputProc(const PlaybackRequest
     }
     // Whole silence rather than a partial block; what waits stays for the
     // next request.
-    if (QueuedFrames() < static_cast<int64_t>(converter->InputFramesForOutput(request.frames)))
+    if (bridge.QueuedFrames() < static_cast<int64_t>(bridge.InputFramesForOutput(request.frames)))
     {
         underruns.fetch_add(1, std::memory_order_relaxed);
         Silence(request);
         return;
     }
-    converter->Render(request.buffers, request.frames);
-}
-
-uint32_t DRAVSinkAudioRendererAudioUnit::Impl::ConverterInputProc(void* const* buffers, uint32_t frames)
-{
-    if (!initialized.load())
-    {
-        return 0;
-    }
-    const size_t bytes = size_t{frames} * BufferFrameBytes(converterInputFormat);
-    if (bipBuffers[0].getCommittedSize() < bytes)
-    {
-        // The converter plays what isn't filled as silence.
-        return 0;
-    }
-    for (uint64_t i = 0; i < bipBufferCount; ++i)
-    {
-        auto* target = static_cast<uint8_t*>(buffers[i]);
-        size_t copied = 0;
-        // Two rounds at most: the data may wrap once.
-        while (copied < bytes)
-        {
-            size_t size = 0;
-            void* block = bipBuffers[i].getContiguousBlock(size);
-            if (block == nullptr || size == 0)
-            {
-                std::memset(target + copied, 0, bytes - copied);
-                break;
-            }
-            const size_t take = std::min(size, bytes - copied);
-            std::memcpy(target + copied, block, take);
-            bipBuffers[i].decommitBlock(take);
-            copied += take;
-        }
-    }
-    framesPlayed.fetch_add(frames, std::memory_order_relaxed);
-    return frames;
+    bridge.Render(request.buffers, request.frames);
 }
 
 void DRAVSinkAudioRendererAudioUnit::ApplyVolume()
 {
-    CDplScopedLock control(impl_->controlLock);
+    CDplScopedLock control(impl_->bridge.ControlLock());
     if (impl_->stream)
     {
         impl_->stream->SetVolume(impl_->mute.load() ? 0.0f : static_cast<float>(impl_->volume.load()));
@@ -484,7 +404,8 @@ bool DRAVSinkAudioRendererAudioUnit::GetAudioMute()
 
 void DRAVSinkAudioRendererAudioUnit::SetDevicePath(const std::string& path)
 {
-    CDplScopedLock control(impl_->controlLock);
+    DeviceStreamBridge& bridge = impl_->bridge;
+    CDplScopedLock control(bridge.ControlLock());
     impl_->devicePath = path;
     const auto deviceId = static_cast<uint32_t>(std::atol(path.c_str()));
     if (!impl_->stream || deviceId == 0 || deviceId == impl_->deviceId)
@@ -501,17 +422,13 @@ void DRAVSinkAudioRendererAudioUnit::SetDevicePath(const std::string& path)
         std::unique_ptr<AudioFormatConverter> converter;
         if (deviceFormat != impl_->deviceFormat)
         {
-            Impl* impl = impl_.get();
             DeviceStreamFormat inputFormat;
             {
-                CDplScopedLock guard(impl_->lock);
-                inputFormat = impl_->converterInputFormat;
+                CDplScopedLock guard(bridge.DataLock());
+                inputFormat = bridge.Format();
             }
-            converter = AudioFormatConverter::Create(
-                inputFormat, deviceFormat, impl_->bufferSizeFrameCount.load(),
-                [impl](void* const* buffers, uint32_t frames)
-                { return impl->ConverterInputProc(buffers, frames); },
-                &moved);
+            converter =
+                bridge.CreateConverter(inputFormat, deviceFormat, impl_->bridge.BlockFrameCount(), &moved);
             if (!converter)
             {
                 // Back to where it played before.
@@ -520,9 +437,9 @@ void DRAVSinkAudioRendererAudioUnit::SetDevicePath(const std::string& path)
         }
         if (converter)
         {
-            CDplScopedLock guard(impl_->lock);
+            CDplScopedLock guard(bridge.DataLock());
             impl_->deviceFormat = deviceFormat;
-            std::swap(impl_->converter, converter);
+            converter = bridge.SwapConverter(std::move(converter));
         }
         if (moved.Succeeded())
         {
@@ -538,28 +455,22 @@ void DRAVSinkAudioRendererAudioUnit::SetDevicePath(const std::string& path)
 
 std::string DRAVSinkAudioRendererAudioUnit::GetDevicePath()
 {
-    CDplScopedLock control(impl_->controlLock);
+    CDplScopedLock control(impl_->bridge.ControlLock());
     return impl_->devicePath;
 }
 
 DRAVResult DRAVSinkAudioRendererAudioUnit::SetBufferSizeFrameCount(int64_t frames)
 {
-    DRAVResult refused = DRAVCheckBlockFrameCount(frames);
-    if (!refused.Succeeded())
-    {
-        refused.LogError("<%s> SetBufferSizeFrameCount", GetFriendlyName().c_str());
-        return refused;
-    }
     // The converter works in slices of any size: only the limit of waiting
     // blocks follows the new size.
-    CDplScopedLock guard(impl_->lock);
-    impl_->bufferSizeFrameCount.store(static_cast<uint32_t>(frames));
-    return DRAVResult(kDRAVResultOk);
+    DRAVResult result = impl_->bridge.SetBlockFrameCount(frames);
+    result.LogError("<%s> SetBufferSizeFrameCount", GetFriendlyName().c_str());
+    return result;
 }
 
 int64_t DRAVSinkAudioRendererAudioUnit::GetBufferSizeFrameCount()
 {
-    return impl_->bufferSizeFrameCount.load();
+    return impl_->bridge.BlockFrameCount();
 }
 
 bool DRAVSinkAudioRendererAudioUnit::AreAudioUnitsInitialized()
@@ -569,25 +480,25 @@ bool DRAVSinkAudioRendererAudioUnit::AreAudioUnitsInitialized()
 
 double DRAVSinkAudioRendererAudioUnit::GetDeviceVolume()
 {
-    CDplScopedLock control(impl_->controlLock);
+    CDplScopedLock control(impl_->bridge.ControlLock());
     return impl_->stream ? static_cast<double>(impl_->stream->Volume()) : -1.0;
 }
 
 uint32_t DRAVSinkAudioRendererAudioUnit::GetDeviceId()
 {
-    CDplScopedLock control(impl_->controlLock);
+    CDplScopedLock control(impl_->bridge.ControlLock());
     return impl_->stream ? impl_->deviceId : 0;
 }
 
 int64_t DRAVSinkAudioRendererAudioUnit::GetQueuedFrameCount()
 {
-    CDplScopedLock guard(impl_->lock);
-    return impl_->QueuedFrames();
+    CDplScopedLock guard(impl_->bridge.DataLock());
+    return impl_->bridge.QueuedFrames();
 }
 
 int64_t DRAVSinkAudioRendererAudioUnit::GetFramesPlayed()
 {
-    return impl_->framesPlayed.load();
+    return impl_->bridge.FramesRead();
 }
 
 int64_t DRAVSinkAudioRendererAudioUnit::GetDroppedBlockCount()

@@ -16,6 +16,11 @@
 //
 // The device is opened at the first block, since only then the format is
 // known: a sink that gets no block costs nothing.
+//
+// Threads: the device's requests arrive on its own thread, which takes only
+// the data lock of the device machinery (DeviceStreamBridge) for one
+// request's conversion. Opening, closing, moves and the volume hold its
+// control lock.
 class DRAVSinkAudioRendererAudioUnit : public DRAVSink
 {
 public:
@@ -37,6 +42,10 @@ public:
     DRAVResult Deinit() override;
     // 2 waits for the first block; 1 closes the device.
     DRAVResult SetUnitState(DRAVUnitState state) override;
+    // On the mix's thread: copies the block into the bip buffers under the
+    // data lock, held for that copy. No allocation, no log; only the first
+    // block (or the first after a stop) opens the device, which takes the
+    // control lock and may wait for it.
     DRAVResult InputMediaBufferReceived(std::shared_ptr<DRAVUnitInputPin> pin, int pinNumber,
                                         std::shared_ptr<DRAVMediaBuffer> frame) override;
 

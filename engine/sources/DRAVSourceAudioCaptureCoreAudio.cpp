@@ -6,18 +6,21 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "engine/DRAVManager.h"
 #include "engine/devices/AudioFormatConverter.h"
+#include "engine/devices/DRAVDeviceCoreAudio.h"
+#include "engine/devices/DeviceStreamBridge.h"
 #include "engine/media/DRAVAudioBuffer.h"
 #include "engine/media/DRAVBufferRAM.h"
-#include "engine/devices/DRAVDeviceCoreAudio.h"
-#include "engine/DRAVManager.h"
 #include "engine/media/DRAVMediaBufferLock.h"
 #include "platform/Platform.h"
 #include "portable-core/DRAVLog.h"
-#include "portable-core/DplBipBuffer.h"
 #include "portable-core/KVCMapBuilder.h"
 
 using tidemix::engine::AudioFormatConverter;
+using tidemix::engine::DeviceStreamBridge;
+
+static_assert(DRAVSourceAudioCaptureCoreAudio::kBipBufferCount <= DeviceStreamBridge::kMaxBufferCount);
 using tidemix::platform::CapturePacket;
 using tidemix::platform::CaptureStream;
 using tidemix::platform::DeviceStreamFormat;
@@ -28,35 +31,19 @@ struct DRAVSourceAudioCaptureCoreAudio::Impl
 
     // Device thread: one packet in, as many blocks out as it completes.
     void AudioInputProc(const CapturePacket& packet);
-    // Inside the converter's render: device frames out of the bip buffers.
-    uint32_t ConverterInputProc(void* const* buffers, uint32_t frames);
-    // Bytes of one frame in one bip buffer.
-    size_t FrameBytes() const
-    {
-        return size_t{deviceFormat.BytesPerSample()} * (deviceFormat.interleaved ? deviceFormat.channels : 1);
-    }
-    void ReleaseBuffers();
 
     DRAVSourceAudioCaptureCoreAudio* const owner;
 
-    // Guards everything below that the device thread touches; held by the
-    // device thread for one packet and its blocks.
-    CDplThreadMutex lock;
-    // Serialises start, stop and moves; never taken by the device thread.
-    CDplThreadMutex stateLock;
+    // The device's frames on their way to blocks. Its data lock also guards
+    // the device's names below; its control lock serialises start, stop and
+    // moves.
+    DeviceStreamBridge bridge{DeviceStreamBridge::ReadPolicy::kWhatWaits, kDefaultBufferSizeFrameCount};
 
     std::string devicePath;
     std::string hardwareId;
     int64_t deviceIndex = 0;
     std::unique_ptr<CaptureStream> stream;
-    std::unique_ptr<AudioFormatConverter> converter;
-    DeviceStreamFormat deviceFormat;
     const DRAVAudioFormat targetFormat{48000, 2, kDRAVAudioSampleTypeFloat, 0, true};
-    std::atomic<uint32_t> bufferSizeFrameCount{kDefaultBufferSizeFrameCount};
-    std::array<DplBipBuffer, kBipBufferCount> bipBuffers;
-    uint64_t bipBufferCount = 0;
-    std::atomic<int64_t> framesWritten{0};
-    std::atomic<int64_t> framesRead{0};
     std::atomic<bool> running{false};
 
     std::atomic<int64_t> blocks{0};
@@ -157,7 +144,8 @@ DRAVResult DRAVSourceAudioCaptureCoreAudio::SetUnitState(DRAVUnitState state)
 
 DRAVResult DRAVSourceAudioCaptureCoreAudio::StartDevice()
 {
-    CDplScopedLock stateGuard(impl_->stateLock);
+    DeviceStreamBridge& bridge = impl_->bridge;
+    CDplScopedLock control(bridge.ControlLock());
     if (impl_->running.load())
     {
         return DRAVResult(kDRAVResultErrInvalidState, "already running");
@@ -165,7 +153,7 @@ DRAVResult DRAVSourceAudioCaptureCoreAudio::StartDevice()
     std::string path;
     std::string hardwareId;
     {
-        CDplScopedLock guard(impl_->lock);
+        CDplScopedLock guard(bridge.DataLock());
         path = impl_->devicePath;
         hardwareId = impl_->hardwareId;
     }
@@ -199,7 +187,7 @@ DRAVResult DRAVSourceAudioCaptureCoreAudio::StartDevice()
         return DRAVResult(kDRAVResultErrInvalidState, "no capture device %u", deviceId);
     }
     {
-        CDplScopedLock guard(impl_->lock);
+        CDplScopedLock guard(bridge.DataLock());
         const DeviceStreamFormat format = stream->Format();
         if (format.channels == 0 || format.BufferCount() > kBipBufferCount ||
             format.channels > kBipBufferCount)
@@ -208,39 +196,28 @@ DRAVResult DRAVSourceAudioCaptureCoreAudio::StartDevice()
                               format.channels);
         }
         DRAVResult created;
-        impl_->converter = AudioFormatConverter::Create(
-            format, AudioFormatConverter::MixFormat(), impl_->bufferSizeFrameCount.load(),
-            [impl](void* const* buffers, uint32_t frames)
-            { return impl->ConverterInputProc(buffers, frames); },
-            &created);
-        if (!impl_->converter)
+        std::unique_ptr<AudioFormatConverter> converter = bridge.CreateConverter(
+            format, AudioFormatConverter::MixFormat(), impl_->bridge.BlockFrameCount(), &created);
+        if (!converter)
         {
             return DRAVResult(kDRAVResultErrInvalidState, "no converter for device %u: %s", deviceId,
                               created.GetMessage().c_str());
         }
-        impl_->deviceFormat = format;
-
         // Five seconds of the device's audio, at the faster of the two rates.
         const size_t rate = std::max(format.sampleRate, impl_->targetFormat.GetSampleRate());
-        const size_t bytes = rate * impl_->FrameBytes() * kBipBufferSeconds;
-        impl_->bipBufferCount = format.BufferCount();
-        for (uint64_t i = 0; i < impl_->bipBufferCount; ++i)
+        if (!bridge.Open(format, rate * kBipBufferSeconds, std::move(converter)))
         {
-            if (!impl_->bipBuffers[i].allocate(bytes))
-            {
-                impl_->ReleaseBuffers();
-                return DRAVResult(kDRAVResultErrInvalidState, "no memory for the bip buffers");
-            }
+            return DRAVResult(kDRAVResultErrInvalidState, "no memory for the bip buffers");
         }
-        impl_->framesWritten.store(0);
-        impl_->framesRead.store(0);
+        bridge.ResetCounters();
         // Packets wait for the lock until the start is complete.
         impl_->running.store(true);
         DRAVResult started = stream->Start();
         if (!started.Succeeded())
         {
             impl_->running.store(false);
-            impl_->ReleaseBuffers();
+            bridge.Close();
+            bridge.ResetCounters();
             return DRAVResult(kDRAVResultErrInvalidState, "device %u doesn't start: %s", deviceId,
                               started.GetMessage().c_str());
         }
@@ -251,7 +228,8 @@ DRAVResult DRAVSourceAudioCaptureCoreAudio::StartDevice()
 
 DRAVResult DRAVSourceAudioCaptureCoreAudio::StopDevice()
 {
-    CDplScopedLock stateGuard(impl_->stateLock);
+    DeviceStreamBridge& bridge = impl_->bridge;
+    CDplScopedLock control(bridge.ControlLock());
     if (!impl_->running.load())
     {
         return DRAVResult(kDRAVResultErrInvalidState, "not running");
@@ -260,30 +238,19 @@ DRAVResult DRAVSourceAudioCaptureCoreAudio::StopDevice()
     impl_->stream->Stop();
     std::unique_ptr<CaptureStream> stream;
     {
-        CDplScopedLock guard(impl_->lock);
+        CDplScopedLock guard(bridge.DataLock());
         impl_->running.store(false);
         stream = std::move(impl_->stream);
-        impl_->ReleaseBuffers();
+        bridge.Close();
+        bridge.ResetCounters();
     }
     return DRAVResult(kDRAVResultOk);
 }
 
-void DRAVSourceAudioCaptureCoreAudio::Impl::ReleaseBuffers()
-{
-    converter.reset();
-    for (uint64_t i = 0; i < bipBufferCount; ++i)
-    {
-        bipBuffers[i].deallocate();
-    }
-    bipBufferCount = 0;
-    framesWritten.store(0);
-    framesRead.store(0);
-}
-
 void DRAVSourceAudioCaptureCoreAudio::Impl::AudioInputProc(const CapturePacket& packet)
 {
-    CDplScopedLock guard(lock);
-    if (!running.load() || !converter)
+    CDplScopedLock guard(bridge.DataLock());
+    if (!running.load() || !bridge.IsOpen())
     {
         return;
     }
@@ -292,35 +259,16 @@ void DRAVSourceAudioCaptureCoreAudio::Impl::AudioInputProc(const CapturePacket& 
         return;
     }
     // A packet is taken whole or not at all, so that the channels stay in step.
-    const size_t bytes = size_t{packet.frames} * FrameBytes();
-    bool fits = packet.bufferCount == bipBufferCount && packet.buffers != nullptr;
-    std::array<void*, kBipBufferCount> targets{};
-    for (uint64_t i = 0; fits && i < bipBufferCount; ++i)
+    if (packet.buffers == nullptr ||
+        !bridge.Write(packet.buffers, packet.bufferCount, size_t{packet.frames} * bridge.FrameBytes()))
     {
-        size_t reserved = 0;
-        targets[i] = bipBuffers[i].reserve(bytes, reserved);
-        fits = targets[i] != nullptr && reserved >= bytes && packet.buffers[i] != nullptr;
-    }
-    if (!fits)
-    {
-        for (uint64_t i = 0; i < bipBufferCount; ++i)
-        {
-            bipBuffers[i].commit(0);
-        }
         droppedPackets.fetch_add(1, std::memory_order_relaxed);
         return;
     }
-    for (uint64_t i = 0; i < bipBufferCount; ++i)
-    {
-        std::memcpy(targets[i], packet.buffers[i], bytes);
-        bipBuffers[i].commit(bytes);
-    }
-    framesWritten.fetch_add(packet.frames, std::memory_order_relaxed);
 
-    const uint32_t blockFrames = bufferSizeFrameCount.load(std::memory_order_relaxed);
+    const uint32_t blockFrames = bridge.BlockFrameCount();
     const int64_t blockBytes = int64_t{blockFrames} * targetFormat.GetBytesPerFrame();
-    while (framesWritten.load(std::memory_order_relaxed) - framesRead.load(std::memory_order_relaxed) >=
-           static_cast<int64_t>(converter->InputFramesForOutput(blockFrames)))
+    while (bridge.QueuedFrames() >= static_cast<int64_t>(bridge.InputFramesForOutput(blockFrames)))
     {
         std::shared_ptr<DRAVAudioBuffer> block =
             DRAVAudioBuffer::GetAudioBuffer(bufferOwner, blockBytes, targetFormat, nullptr, 0);
@@ -340,7 +288,7 @@ void DRAVSourceAudioCaptureCoreAudio::Impl::AudioInputProc(const CapturePacket& 
             }
             auto* left = reinterpret_cast<float*>(storage->GetData());
             void* const planes[2] = {left, left + blockFrames};
-            converter->Render(planes, blockFrames);
+            bridge.Render(planes, blockFrames);
             storage->SetSizeCurrent(blockBytes);
         }
         block->SetTimestamp(DRAVGetHostTime());
@@ -348,40 +296,6 @@ void DRAVSourceAudioCaptureCoreAudio::Impl::AudioInputProc(const CapturePacket& 
         blocks.fetch_add(1, std::memory_order_relaxed);
         owner->HandOutBlock(block);
     }
-}
-
-uint32_t DRAVSourceAudioCaptureCoreAudio::Impl::ConverterInputProc(void* const* buffers, uint32_t frames)
-{
-    const size_t frameBytes = FrameBytes();
-    // Whole frames that every buffer holds; the converter asks for no more
-    // than the device delivered.
-    size_t available = frames;
-    for (uint64_t i = 0; i < bipBufferCount; ++i)
-    {
-        available = std::min(available, bipBuffers[i].getCommittedSize() / frameBytes);
-    }
-    const size_t bytes = available * frameBytes;
-    for (uint64_t i = 0; i < bipBufferCount; ++i)
-    {
-        auto* target = static_cast<uint8_t*>(buffers[i]);
-        size_t copied = 0;
-        // Two rounds at most: the data may wrap once.
-        while (copied < bytes)
-        {
-            size_t size = 0;
-            void* block = bipBuffers[i].getContiguousBlock(size);
-            if (block == nullptr || size == 0)
-            {
-                break;
-            }
-            const size_t take = std::min(size, bytes - copied);
-            std::memcpy(target + copied, block, take);
-            bipBuffers[i].decommitBlock(take);
-            copied += take;
-        }
-    }
-    framesRead.fetch_add(static_cast<int64_t>(available), std::memory_order_relaxed);
-    return static_cast<uint32_t>(available);
 }
 
 void DRAVSourceAudioCaptureCoreAudio::HandOutBlock(const std::shared_ptr<DRAVMediaBuffer>& block)
@@ -399,64 +313,58 @@ void DRAVSourceAudioCaptureCoreAudio::SetDevicePath(const std::string& path)
     {
         SetUnitState(kDRAVUnitStatePaused);
         {
-            CDplScopedLock guard(impl_->lock);
+            CDplScopedLock guard(impl_->bridge.DataLock());
             impl_->devicePath = path;
         }
         SetUnitState(kDRAVUnitStateRunning);
         return;
     }
-    CDplScopedLock guard(impl_->lock);
+    CDplScopedLock guard(impl_->bridge.DataLock());
     impl_->devicePath = path;
 }
 
 std::string DRAVSourceAudioCaptureCoreAudio::GetDevicePath()
 {
-    CDplScopedLock guard(impl_->lock);
+    CDplScopedLock guard(impl_->bridge.DataLock());
     return impl_->devicePath;
 }
 
 void DRAVSourceAudioCaptureCoreAudio::SetDeviceIndex(int64_t index)
 {
-    CDplScopedLock guard(impl_->lock);
+    CDplScopedLock guard(impl_->bridge.DataLock());
     impl_->deviceIndex = index;
 }
 
 int64_t DRAVSourceAudioCaptureCoreAudio::GetDeviceIndex()
 {
-    CDplScopedLock guard(impl_->lock);
+    CDplScopedLock guard(impl_->bridge.DataLock());
     return impl_->deviceIndex;
 }
 
 void DRAVSourceAudioCaptureCoreAudio::SetDeviceHardwareId(const std::string& hardwareId)
 {
-    CDplScopedLock guard(impl_->lock);
+    CDplScopedLock guard(impl_->bridge.DataLock());
     impl_->hardwareId = hardwareId;
 }
 
 std::string DRAVSourceAudioCaptureCoreAudio::GetDeviceHardwareId()
 {
-    CDplScopedLock guard(impl_->lock);
+    CDplScopedLock guard(impl_->bridge.DataLock());
     return impl_->hardwareId;
 }
 
 DRAVResult DRAVSourceAudioCaptureCoreAudio::SetBufferSizeFrameCount(int64_t frames)
 {
-    DRAVResult refused = DRAVCheckBlockFrameCount(frames);
-    if (!refused.Succeeded())
-    {
-        refused.LogError("<%s> SetBufferSizeFrameCount", GetFriendlyName().c_str());
-        return refused;
-    }
     // Under the lock, so that a block is never made half in each size. The
     // converter renders larger blocks in several slices, so it stays.
-    CDplScopedLock guard(impl_->lock);
-    impl_->bufferSizeFrameCount.store(static_cast<uint32_t>(frames));
-    return DRAVResult(kDRAVResultOk);
+    DRAVResult result = impl_->bridge.SetBlockFrameCount(frames);
+    result.LogError("<%s> SetBufferSizeFrameCount", GetFriendlyName().c_str());
+    return result;
 }
 
 int64_t DRAVSourceAudioCaptureCoreAudio::GetBufferSizeFrameCount()
 {
-    return impl_->bufferSizeFrameCount.load();
+    return impl_->bridge.BlockFrameCount();
 }
 
 bool DRAVSourceAudioCaptureCoreAudio::IsRunning()
@@ -466,12 +374,12 @@ bool DRAVSourceAudioCaptureCoreAudio::IsRunning()
 
 int64_t DRAVSourceAudioCaptureCoreAudio::GetFramesWritten()
 {
-    return impl_->framesWritten.load();
+    return impl_->bridge.FramesWritten();
 }
 
 int64_t DRAVSourceAudioCaptureCoreAudio::GetFramesRead()
 {
-    return impl_->framesRead.load();
+    return impl_->bridge.FramesRead();
 }
 
 int64_t DRAVSourceAudioCaptureCoreAudio::GetBlockCount()

@@ -16,6 +16,10 @@
 //
 // A packet that doesn't fit into the bip buffers is dropped whole and
 // counted: the drift between the device's clock and the mix's ends there.
+//
+// Threads: the device's packets arrive on its own thread, which takes only
+// the data lock of the device machinery (DeviceStreamBridge) for one packet
+// and its blocks. Start, stop and moves hold its control lock.
 class DRAVSourceAudioCaptureCoreAudio : public DRAVSource
 {
 public:
@@ -70,6 +74,9 @@ private:
 
     DRAVResult StartDevice();
     DRAVResult StopDevice();
+    // On the device's thread, with the data lock held: to the level meter
+    // and into the ring of output pin 0. No allocation, no log, no lock that
+    // a control call holds for longer than a block.
     void HandOutBlock(const std::shared_ptr<DRAVMediaBuffer>& block);
 
     std::unique_ptr<Impl> impl_;

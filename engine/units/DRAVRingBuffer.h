@@ -51,6 +51,11 @@ public:
     int GetMaxTotalSizeMB() override;
     int GetAvailableItemsAt(const DRAVTimestamp& time) override;
     DRAVDuration GetAvailableDurationAt(const DRAVTimestamp& time) override;
+    // AddBuffer on the producer's thread (a capture device's), the pulls on
+    // the mix's thread: each holds the ring's lock for one block's copy. The
+    // lock is also what a resize (SetMaxTotalSizeMB, at a pin's start) holds
+    // while it allocates. Overruns and shortages are logged at most once per
+    // interval.
     DRAVResult AddBuffer(std::shared_ptr<DRAVMediaBuffer> buffer) override;
     DRAVResult PullBuffer(const DRAVTimestamp& time, std::shared_ptr<DRAVMediaBuffer>* out,
                           bool remove) override;

@@ -45,7 +45,8 @@ public:
     DRAVSinkType GetType() override { return config_.type; }
     bool UseDefaultRouting() override { return config_.useDefaultRouting; }
     // Into the sink's audio input (pin 1 when there are several, else 0);
-    // ErrInvalidState unless running.
+    // ErrInvalidState unless running. On the mix's thread: the input pin's
+    // queue carries the frame on; no allocation, no log.
     DRAVResult SendAudioFrame(std::shared_ptr<DRAVAudioBuffer> frame) override;
     const DRAVSinkConfig& GetSinkConfig() const { return config_; }
 

@@ -55,6 +55,9 @@ public:
     DRAVSourceType GetType() override { return config_.type; }
     DRAVSourceUsageType GetUsageType() override { return config_.usage; }
 
+    // On the mix's thread: through the converter started with
+    // StartAudioConverter (found once, at its start) or the pin's queue; no
+    // lock a control call holds for long, no allocation, no log.
     DRAVResult RequestAudioFrame(const DRAVTimestamp& time, const DRAVDuration& duration, int pin) override;
     DRAVResult PullAudioFrame(const DRAVTimestamp& time, std::shared_ptr<DRAVAudioBuffer>* out,
                               const DRAVDuration& duration, int pin) override;
@@ -116,6 +119,8 @@ private:
     std::atomic<int64_t> resetCounter_{kResetCounterReload};
     std::atomic<int64_t> startTimeUsec_{-1};
     DRAVUnit::ChildUnit audioConverter_;
+    // The converter's pull side, resolved when it starts.
+    std::atomic<std::shared_ptr<DRAVUnitPullInterface>> converterPull_;
     DRAVUnit::ChildUnit audioDelay_;
     DRAVUnit::ChildUnit audioLevelmeter_;
     DRAVUnit::ChildUnit audioEncoder_;

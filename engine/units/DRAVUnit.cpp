@@ -659,6 +659,7 @@ DRAVResult DRAVUnit::ChildUnit::StartUnit(ChildUnitType type, const std::shared_
         return result;
     }
     unit_ = unit;
+    published_.store(unit, std::memory_order_release);
     if (receiver)
     {
         result = unit->AddReceiver(0, receiver);
@@ -673,6 +674,8 @@ DRAVResult DRAVUnit::ChildUnit::StopUnit(const std::shared_ptr<DRAVUnit>& owner)
     {
         return DRAVResult(kDRAVResultOk);
     }
+    // Frames already on their way keep the unit alive until they are done.
+    published_.store(nullptr, std::memory_order_release);
     unit_->SetUnitState(kDRAVUnitStatePaused);
     if (owner && unit_->GetOwner() == owner)
     {
@@ -681,10 +684,4 @@ DRAVResult DRAVUnit::ChildUnit::StopUnit(const std::shared_ptr<DRAVUnit>& owner)
     unit_->Deinit();
     unit_.reset();
     return DRAVResult(kDRAVResultOk);
-}
-
-std::shared_ptr<DRAVUnit> DRAVUnit::ChildUnit::GetUnit()
-{
-    CDplScopedLock lock(mutex_);
-    return unit_;
 }

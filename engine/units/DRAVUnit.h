@@ -42,11 +42,16 @@ public:
         DRAVResult StartUnit(ChildUnitType type, const std::shared_ptr<DRAVUnit>& owner,
                              const std::shared_ptr<DRAVMediaBufferDelegate>& receiver, bool init);
         DRAVResult StopUnit(const std::shared_ptr<DRAVUnit>& owner);
-        std::shared_ptr<DRAVUnit> GetUnit();
+        // On any thread, a device thread or the mix's thread included: an
+        // atomic load that never waits for a start or stop in progress.
+        std::shared_ptr<DRAVUnit> GetUnit() const { return published_.load(std::memory_order_acquire); }
 
     private:
+        // Serialises starts and stops, which create and tear down units.
         CDplThreadMutex mutex_;
         std::shared_ptr<DRAVUnit> unit_;
+        // unit_ as the frames' way sees it.
+        std::atomic<std::shared_ptr<DRAVUnit>> published_;
     };
 
     DRAVUnit(const std::string& friendlyName, KVCMap* propertyMap, int inputPins, int outputPins);
@@ -84,7 +89,9 @@ public:
     virtual DRAVResult Reinit();
     // Reinit on a thread of its own, which keeps the unit alive until done.
     virtual DRAVResult ReinitAsync();
-    // Hands `frame` out through output pin `pin`.
+    // Hands `frame` out through output pin `pin`. On a device thread or the
+    // mix's thread: takes only the pin list's lock, held by every side for a
+    // copy of one pointer; no allocation.
     virtual DRAVResult ProcessFrame(int pin, std::shared_ptr<DRAVMediaBuffer> frame);
     // Frames arriving at an input pin; every filter and sink overrides this.
     virtual DRAVResult InputMediaBufferReceived(std::shared_ptr<DRAVUnitInputPin> pin, int pinNumber,

@@ -32,17 +32,17 @@ DRAVResult DRAVUnitOutputPin::DeliverToReceivers(const std::shared_ptr<DRAVMedia
     // Held while each receiver takes the frame: for an input pin that is an
     // enqueue, for another delegate its work.
     CDplScopedLock lock(receiversMutex_);
-    for (const auto& weakReceiver : receivers_)
+    for (const Receiver& entry : receivers_)
     {
-        std::shared_ptr<DRAVMediaBufferDelegate> receiver = weakReceiver.lock();
+        std::shared_ptr<DRAVMediaBufferDelegate> receiver = entry.delegate.lock();
         if (!receiver)
         {
             continue;
         }
         DRAVResult delivered;
-        if (auto inputPin = dynamic_cast<DRAVUnitInputPin*>(receiver.get()))
+        if (entry.inputPin != nullptr)
         {
-            delivered = inputPin->SendFrame(frame);
+            delivered = entry.inputPin->SendFrame(frame);
         }
         else
         {
@@ -62,8 +62,9 @@ DRAVResult DRAVUnitOutputPin::AddReceiver(const std::shared_ptr<DRAVMediaBufferD
     {
         return DRAVResult(kDRAVResultErrNullPointer);
     }
+    auto* inputPin = dynamic_cast<DRAVUnitInputPin*>(receiver.get());
     CDplScopedLock lock(receiversMutex_);
-    receivers_.push_back(receiver);
+    receivers_.push_back(Receiver{receiver, inputPin});
     if (receivers_.size() > kExpectedMaxReceivers)
     {
         BreakIntoDebugger();
@@ -75,9 +76,9 @@ DRAVResult DRAVUnitOutputPin::RemoveReceiver(const std::shared_ptr<DRAVMediaBuff
 {
     CDplScopedLock lock(receiversMutex_);
     std::erase_if(receivers_,
-                  [&](const std::weak_ptr<DRAVMediaBufferDelegate>& entry)
+                  [&](const Receiver& entry)
                   {
-                      std::shared_ptr<DRAVMediaBufferDelegate> alive = entry.lock();
+                      std::shared_ptr<DRAVMediaBufferDelegate> alive = entry.delegate.lock();
                       return !alive || alive == receiver;
                   });
     return DRAVResult(kDRAVResultOk);
@@ -98,6 +99,12 @@ int DRAVUnitOutputPin::GetNumReceivers()
 
 std::vector<std::weak_ptr<DRAVMediaBufferDelegate>> DRAVUnitOutputPin::GetReceivers()
 {
+    std::vector<std::weak_ptr<DRAVMediaBufferDelegate>> receivers;
     CDplScopedLock lock(receiversMutex_);
-    return receivers_;
+    receivers.reserve(receivers_.size());
+    for (const Receiver& entry : receivers_)
+    {
+        receivers.push_back(entry.delegate);
+    }
+    return receivers;
 }

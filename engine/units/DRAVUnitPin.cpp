@@ -40,6 +40,8 @@ uint32_t ThreadedQueueMode(DRAVPinType type)
     }
 }
 
+const std::shared_ptr<DRAVQueueInterface> kNoQueue;
+
 bool IsPullType(DRAVPinType type)
 {
     return type == kDRAVPinTypePull || type == kDRAVPinTypePullBlocking || type == kDRAVPinTypePullRingBuffer;
@@ -81,23 +83,19 @@ std::shared_ptr<DRAVQueueInterface> DRAVUnitPin::CreateQueue(DRAVPinType type, c
 
 DRAVUnitPin::DRAVUnitPin(int32_t number, const std::shared_ptr<DRAVUnit>& unit, DRAVPinType type,
                          bool isInput)
-    : DRAVObject(std::string(), nullptr), type_(type), unit_(unit), number_(number), isInput_(isInput)
+    : DRAVObject(std::string(), nullptr), unit_(unit), number_(number), isInput_(isInput)
 {
     SetFriendlyName(MakePinName());
-    queue_ = CreateQueue(type, MakeQueueName());
+    route_.store(std::make_shared<const Route>(Route{type, CreateQueue(type, MakeQueueName())}));
 }
 
 DRAVUnitPin::~DRAVUnitPin()
 {
-    std::shared_ptr<DRAVQueueInterface> queue;
+    std::shared_ptr<const Route> route = route_.exchange(nullptr);
+    if (route && route->queue)
     {
-        CDplScopedLock lock(mutex_);
-        queue.swap(queue_);
-    }
-    if (queue)
-    {
-        queue->Stop();
-        queue->Deinit();
+        route->queue->Stop();
+        route->queue->Deinit();
     }
 }
 
@@ -135,13 +133,9 @@ std::shared_ptr<DRAVMediaBufferDelegate> DRAVUnitPin::SelfAsDelegate()
 
 DRAVResult DRAVUnitPin::Init()
 {
-    DRAVPinType type;
-    std::shared_ptr<DRAVQueueInterface> queue;
-    {
-        CDplScopedLock lock(mutex_);
-        type = type_;
-        queue = queue_;
-    }
+    const std::shared_ptr<const Route> route = LoadRoute();
+    const DRAVPinType type = route ? route->type : kDRAVPinTypeNone;
+    const std::shared_ptr<DRAVQueueInterface>& queue = route ? route->queue : kNoQueue;
     if (type == kDRAVPinTypeNone)
     {
         return DRAVResult(kDRAVResultOk);
@@ -182,27 +176,17 @@ DRAVResult DRAVUnitPin::Deinit()
 DRAVResult DRAVUnitPin::ChangePinType(DRAVPinType type)
 {
     Deinit();
-    std::shared_ptr<DRAVQueueInterface> fresh = CreateQueue(type, GetFriendlyName());
-    std::shared_ptr<DRAVQueueInterface> former;
-    {
-        CDplScopedLock lock(mutex_);
-        type_ = type;
-        former = std::exchange(queue_, std::move(fresh));
-    }
-    // The former queue is let go of outside the lock; Deinit has stopped it.
-    former.reset();
+    auto fresh = std::make_shared<const Route>(Route{type, CreateQueue(type, GetFriendlyName())});
+    // The former queue goes with its last caller; Deinit has stopped it.
+    route_.store(std::move(fresh), std::memory_order_release);
     return Init();
 }
 
 DRAVResult DRAVUnitPin::SendFrame(std::shared_ptr<DRAVMediaBuffer> frame)
 {
-    DRAVPinType type;
-    std::shared_ptr<DRAVQueueInterface> queue;
-    {
-        CDplScopedLock lock(mutex_);
-        type = type_;
-        queue = queue_;
-    }
+    const std::shared_ptr<const Route> route = LoadRoute();
+    const DRAVPinType type = route ? route->type : kDRAVPinTypeNone;
+    const std::shared_ptr<DRAVQueueInterface>& queue = route ? route->queue : kNoQueue;
     if (type == kDRAVPinTypeNone)
     {
         return DRAVResult(kDRAVResultErrInvalidState);
@@ -211,9 +195,9 @@ DRAVResult DRAVUnitPin::SendFrame(std::shared_ptr<DRAVMediaBuffer> frame)
     {
         return DRAVResult(kDRAVResultErrNullPointer);
     }
+    if (frame)
     {
-        CDplScopedLock lock(statisticsMutex_);
-        statistics_.AnalyzeFrame(frame);
+        counters_.AnalyzeFrame(*frame);
     }
     active_.store(true, std::memory_order_relaxed);
     return queue->AddBuffer(std::move(frame));
@@ -222,13 +206,9 @@ DRAVResult DRAVUnitPin::SendFrame(std::shared_ptr<DRAVMediaBuffer> frame)
 DRAVResult DRAVUnitPin::PullBuffer(const DRAVTimestamp& time, std::shared_ptr<DRAVMediaBuffer>* out,
                                    bool remove)
 {
-    DRAVPinType type;
-    std::shared_ptr<DRAVQueueInterface> queue;
-    {
-        CDplScopedLock lock(mutex_);
-        type = type_;
-        queue = queue_;
-    }
+    const std::shared_ptr<const Route> route = LoadRoute();
+    const DRAVPinType type = route ? route->type : kDRAVPinTypeNone;
+    const std::shared_ptr<DRAVQueueInterface>& queue = route ? route->queue : kNoQueue;
     if (!IsPullType(type))
     {
         return DRAVResult(kDRAVResultErrInvalidState);
@@ -243,13 +223,9 @@ DRAVResult DRAVUnitPin::PullBuffer(const DRAVTimestamp& time, std::shared_ptr<DR
 DRAVResult DRAVUnitPin::PullAudioBuffer(const DRAVTimestamp& time, std::shared_ptr<DRAVAudioBuffer>* out,
                                         const DRAVDuration& duration)
 {
-    DRAVPinType type;
-    std::shared_ptr<DRAVQueueInterface> queue;
-    {
-        CDplScopedLock lock(mutex_);
-        type = type_;
-        queue = queue_;
-    }
+    const std::shared_ptr<const Route> route = LoadRoute();
+    const DRAVPinType type = route ? route->type : kDRAVPinTypeNone;
+    const std::shared_ptr<DRAVQueueInterface>& queue = route ? route->queue : kNoQueue;
     if (!IsPullType(type))
     {
         return DRAVResult(kDRAVResultErrInvalidState);
@@ -264,13 +240,9 @@ DRAVResult DRAVUnitPin::PullAudioBuffer(const DRAVTimestamp& time, std::shared_p
 DRAVResult DRAVUnitPin::PullAudioBuffer(const DRAVTimestamp& time, std::shared_ptr<DRAVAudioBuffer>* out,
                                         int64_t frames)
 {
-    DRAVPinType type;
-    std::shared_ptr<DRAVQueueInterface> queue;
-    {
-        CDplScopedLock lock(mutex_);
-        type = type_;
-        queue = queue_;
-    }
+    const std::shared_ptr<const Route> route = LoadRoute();
+    const DRAVPinType type = route ? route->type : kDRAVPinTypeNone;
+    const std::shared_ptr<DRAVQueueInterface>& queue = route ? route->queue : kNoQueue;
     if (!IsPullType(type))
     {
         return DRAVResult(kDRAVResultErrInvalidState);
@@ -289,16 +261,12 @@ std::string DRAVUnitPin::DRAVMediaBufferDelegateFriendlyName()
 
 void DRAVUnitPin::SetDelayMsec(int delayMsec)
 {
-    std::shared_ptr<DRAVQueueInterface> queue;
+    const std::shared_ptr<const Route> route = LoadRoute();
+    if (!route || (route->type != kDRAVPinTypeThreaded && route->type != kDRAVPinTypeThreadedBlocking))
     {
-        CDplScopedLock lock(mutex_);
-        if (type_ != kDRAVPinTypeThreaded && type_ != kDRAVPinTypeThreadedBlocking)
-        {
-            return;
-        }
-        queue = queue_;
+        return;
     }
-    if (auto threaded = std::dynamic_pointer_cast<DRAVThreadedBufferQueue>(queue))
+    if (auto threaded = std::dynamic_pointer_cast<DRAVThreadedBufferQueue>(route->queue))
     {
         threaded->SetDelayMsec(delayMsec);
     }
@@ -306,13 +274,9 @@ void DRAVUnitPin::SetDelayMsec(int delayMsec)
 
 DRAVResult DRAVUnitPin::GetQueueStatistics(DRAVQueueStatistics* statistics)
 {
-    DRAVPinType type;
-    std::shared_ptr<DRAVQueueInterface> queue;
-    {
-        CDplScopedLock lock(mutex_);
-        type = type_;
-        queue = queue_;
-    }
+    const std::shared_ptr<const Route> route = LoadRoute();
+    const DRAVPinType type = route ? route->type : kDRAVPinTypeNone;
+    const std::shared_ptr<DRAVQueueInterface>& queue = route ? route->queue : kNoQueue;
     if (type == kDRAVPinTypeNone)
     {
         return DRAVResult(kDRAVResultErrInvalidState);
@@ -337,8 +301,7 @@ DRAVResult DRAVUnitPin::GetQueueStatistics(DRAVQueueStatistics* statistics)
 
 void DRAVUnitPin::ResetStatistics()
 {
-    CDplScopedLock lock(statisticsMutex_);
-    statistics_.Reset();
+    counters_.Reset();
     active_.store(false, std::memory_order_relaxed);
 }
 
@@ -367,18 +330,17 @@ void DRAVUnitPin::SetPreserveBuffer(bool preserve)
 
 DRAVPinType DRAVUnitPin::GetPinType()
 {
-    CDplScopedLock lock(mutex_);
-    return type_;
+    const std::shared_ptr<const Route> route = LoadRoute();
+    return route ? route->type : kDRAVPinTypeNone;
 }
 
 std::shared_ptr<DRAVQueueInterface> DRAVUnitPin::GetQueue()
 {
-    CDplScopedLock lock(mutex_);
-    return queue_;
+    const std::shared_ptr<const Route> route = LoadRoute();
+    return route ? route->queue : nullptr;
 }
 
 DRAVUnitPinStatistics DRAVUnitPin::GetStatistics()
 {
-    CDplScopedLock lock(statisticsMutex_);
-    return statistics_;
+    return counters_.Snapshot();
 }

@@ -11,6 +11,7 @@
 #include "engine/units/DRAVPinType.h"
 #include "engine/units/DRAVQueueInterface.h"
 #include "engine/units/DRAVQueueStatistics.h"
+#include "engine/units/DRAVUnitPinCounters.h"
 #include "engine/units/DRAVUnitPinStatistics.h"
 #include "portable-core/CDplThreadMutex.h"
 #include "portable-core/DRAVObject.h"
@@ -20,9 +21,10 @@ class DRAVUnit;
 // One end of a connection between units. The pin owns the queue that its
 // type calls for, and so decides which thread carries a frame onward.
 //
-// The queue can be replaced (ChangePinType) while frames arrive: a caller
-// takes the queue under the pin's lock and keeps it alive by shared_ptr for
-// its call, so that no lock is held while a frame is handed on.
+// The queue can be replaced (ChangePinType) while frames arrive: the pin's
+// type and queue are published together as one atomic record, which a caller
+// loads once and keeps alive for its call. A frame's way through the pin
+// takes no lock.
 class DRAVUnitPin : public DRAVObject, public DRAVMediaBufferDelegate
 {
 public:
@@ -45,12 +47,16 @@ public:
     virtual DRAVResult Init();
     // Stops and releases the queue's work, then clears the statistics.
     virtual DRAVResult Deinit();
+    // On the mix's thread (or any consumer's): no lock of the pin, no
+    // allocation; the queue's own work only.
     virtual DRAVResult PullBuffer(const DRAVTimestamp& time, std::shared_ptr<DRAVMediaBuffer>* out,
                                   bool remove);
     virtual DRAVResult PullAudioBuffer(const DRAVTimestamp& time, std::shared_ptr<DRAVAudioBuffer>* out,
                                        const DRAVDuration& duration);
     virtual DRAVResult PullAudioBuffer(const DRAVTimestamp& time, std::shared_ptr<DRAVAudioBuffer>* out,
                                        int64_t frames);
+    // On a device thread or the mix's thread: counts the frame (relaxed
+    // atomics) and hands it to the queue; no lock of the pin, no allocation.
     virtual DRAVResult SendFrame(std::shared_ptr<DRAVMediaBuffer> frame);
 
     std::string DRAVMediaBufferDelegateFriendlyName() override;
@@ -78,16 +84,21 @@ protected:
     std::shared_ptr<DRAVMediaBufferDelegate> SelfAsDelegate();
 
 private:
+    // The pin's type and queue, replaced whole.
+    struct Route
+    {
+        DRAVPinType type = kDRAVPinTypeNone;
+        std::shared_ptr<DRAVQueueInterface> queue;
+    };
+
     std::string MakePinName() const;
     std::string MakeQueueName() const;
+    std::shared_ptr<const Route> LoadRoute() const { return route_.load(std::memory_order_acquire); }
 
-    CDplThreadMutex mutex_;
-    DRAVPinType type_;
-    std::shared_ptr<DRAVQueueInterface> queue_;
+    std::atomic<std::shared_ptr<const Route>> route_;
     const std::weak_ptr<DRAVUnit> unit_;
     const int32_t number_;
     const bool isInput_;
     std::atomic<bool> active_{false};
-    CDplThreadMutex statisticsMutex_;
-    DRAVUnitPinStatistics statistics_;
+    DRAVUnitPinCounters counters_;
 };

@@ -17,8 +17,7 @@ void DRAVUnitPinStatistics::AnalyzeFrame(const std::shared_ptr<DRAVMediaBuffer>&
         if (nextExpectedTimestamp.Get() >= 0)
         {
             const int64_t gap = (nextExpectedTimestamp - timestamp).Get();
-            // Rounding of durations to whole microseconds may leave one either way.
-            if (gap < -1 || gap > 1)
+            if (IsDiscontinuity(gap))
             {
                 ++discontinuities;
                 // The sum reads -1 until there is a first gap.

@@ -22,6 +22,8 @@ struct DRAVUnitPinStatistics
     // more than one microsecond counts as a discontinuity. A null frame is
     // ignored.
     void AnalyzeFrame(const std::shared_ptr<DRAVMediaBuffer>& frame);
+    // Rounding of durations to whole microseconds may leave one either way.
+    static bool IsDiscontinuity(int64_t gapUsec) { return gapUsec < -1 || gapUsec > 1; }
     void Reset();
     std::string ToString() const;
 };

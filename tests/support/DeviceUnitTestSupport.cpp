@@ -1,5 +1,7 @@
 #include "support/DeviceUnitTestSupport.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cmath>
 #include <numbers>
@@ -7,6 +9,7 @@
 #include "engine/media/DRAVAudioBuffer.h"
 #include "engine/media/DRAVBufferRAM.h"
 #include "engine/media/DRAVMediaBufferLock.h"
+#include "support/DeviceUnitFixture.h"
 
 namespace deviceunits_test
 {
@@ -355,5 +358,30 @@ std::shared_ptr<DRAVAudioBuffer> MakePlanarBlock(uint32_t frames, double frequen
         block->SetDuration(planar.GetDurationFromFrames(frames));
     }
     return block;
+}
+}  // namespace deviceunits_test
+
+namespace deviceunits_test
+{
+std::shared_ptr<DRAVSourceAudioCaptureCoreAudio> MakeCaptureSource(uint32_t deviceId, int64_t blockFrames)
+{
+    auto source = std::make_shared<DRAVSourceAudioCaptureCoreAudio>();
+    EXPECT_TRUE(source->InitSource(kDRAVPinTypePullRingBuffer).Succeeded());
+    EXPECT_TRUE(source->SetBufferSizeFrameCount(blockFrames).Succeeded());
+    source->SetDevicePath(deviceId == 0 ? std::string() : std::to_string(deviceId));
+    return source;
+}
+
+std::shared_ptr<DRAVSinkAudioRendererAudioUnit> MakeRendererSink(const std::string& path, bool run)
+{
+    auto sink = std::make_shared<DRAVSinkAudioRendererAudioUnit>();
+    EXPECT_TRUE(sink->Init().Succeeded());
+    EXPECT_EQ(sink->SetBufferSizeFrameCount(960), kDRAVResultOk);
+    sink->SetDevicePath(path);
+    if (run)
+    {
+        EXPECT_TRUE(sink->SetUnitState(kDRAVUnitStateRunning).Succeeded());
+    }
+    return sink;
 }
 }  // namespace deviceunits_test

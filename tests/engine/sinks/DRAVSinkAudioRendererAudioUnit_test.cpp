@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/Platform.h"
+#include "support/DeviceUnitFixture.h"
 #include "support/DeviceUnitTestSupport.h"
 #include "support/SimAudioAnalysis.h"
 #include "support/UnitTestSupport.h"
@@ -21,32 +22,17 @@ using tidemix::platform::Platform;
 using tidemix::platform::SampleEncoding;
 using tidemix::platform::sim::SimDeviceSpec;
 
-class RendererSink : public ::testing::Test
+class RendererSink : public deviceunits_test::DeviceUnitFixture<HandDrivenPlatform>
 {
 protected:
-    void SetUp() override
-    {
-        platform_ = std::make_shared<HandDrivenPlatform>();
-        Platform::Use(platform_);
-    }
-    void TearDown() override { Platform::Use(nullptr); }
-
     uint32_t AddSpeaker(const tidemix::platform::DeviceStreamFormat& format, const std::string& uid = "spk-1")
     {
         return platform_->Hand().World().AddDevice(SimDeviceSpec::Speaker(uid, "Speaker " + uid, format));
     }
 
-    std::shared_ptr<DRAVSinkAudioRendererAudioUnit> MakeSink(const std::string& path, bool run = true)
+    static std::shared_ptr<DRAVSinkAudioRendererAudioUnit> MakeSink(const std::string& path, bool run = true)
     {
-        auto sink = std::make_shared<DRAVSinkAudioRendererAudioUnit>();
-        EXPECT_TRUE(sink->Init().Succeeded());
-        EXPECT_EQ(sink->SetBufferSizeFrameCount(960), kDRAVResultOk);
-        sink->SetDevicePath(path);
-        if (run)
-        {
-            EXPECT_TRUE(sink->SetUnitState(kDRAVUnitStateRunning).Succeeded());
-        }
-        return sink;
+        return deviceunits_test::MakeRendererSink(path, run);
     }
 
     // Hands a block to the sink as its input pin does, with the sink's own
@@ -63,9 +49,6 @@ protected:
     }
 
     std::shared_ptr<HandStream> Stream() { return platform_->Hand().Last(); }
-
-    unittest::EngineEnvironment environment_;
-    std::shared_ptr<HandDrivenPlatform> platform_;
 };
 
 TEST_F(RendererSink, DeviceOpensAtTheFirstBlockAndTheFifthWaitingBlockIsDropped)

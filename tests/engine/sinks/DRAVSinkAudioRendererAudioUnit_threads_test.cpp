@@ -10,6 +10,7 @@
 #include "engine/sinks/DRAVSinkAudioRendererAudioUnit.h"
 #include "platform/Platform.h"
 #include "platform/sim/SimPlatform.h"
+#include "support/DeviceUnitFixture.h"
 #include "support/DeviceUnitTestSupport.h"
 #include "support/SimAudioAnalysis.h"
 #include "support/ThreadsTestSupport.h"
@@ -70,16 +71,9 @@ private:
     std::thread thread_;
 };
 
-class RendererSinkThreads : public ::testing::Test
+class RendererSinkThreads : public deviceunits_test::DeviceUnitFixture<SimPlatform>
 {
 protected:
-    void SetUp() override
-    {
-        platform_ = std::make_shared<SimPlatform>();
-        Platform::Use(platform_);
-    }
-    void TearDown() override { Platform::Use(nullptr); }
-
     uint32_t AddSpeaker(const tidemix::platform::DeviceStreamFormat& format, uint32_t packetFrames,
                         const std::string& uid = "spk")
     {
@@ -88,18 +82,10 @@ protected:
         return platform_->World().AddDevice(spec);
     }
 
-    std::shared_ptr<DRAVSinkAudioRendererAudioUnit> MakeSink(uint32_t deviceId)
+    static std::shared_ptr<DRAVSinkAudioRendererAudioUnit> MakeSink(uint32_t deviceId)
     {
-        auto sink = std::make_shared<DRAVSinkAudioRendererAudioUnit>();
-        EXPECT_TRUE(sink->Init().Succeeded());
-        EXPECT_EQ(sink->SetBufferSizeFrameCount(960), kDRAVResultOk);
-        sink->SetDevicePath(std::to_string(deviceId));
-        EXPECT_TRUE(sink->SetUnitState(kDRAVUnitStateRunning).Succeeded());
-        return sink;
+        return deviceunits_test::MakeRendererSink(std::to_string(deviceId));
     }
-
-    unittest::EngineEnvironment environment_;
-    std::shared_ptr<SimPlatform> platform_;
 };
 
 TEST_F(RendererSinkThreads, A44100HzSixteenBitDevicePlaysTheTone)

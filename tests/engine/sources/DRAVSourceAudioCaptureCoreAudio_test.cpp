@@ -7,6 +7,7 @@
 #include <string>
 
 #include "platform/Platform.h"
+#include "support/DeviceUnitFixture.h"
 #include "support/DeviceUnitTestSupport.h"
 #include "support/UnitTestSupport.h"
 
@@ -15,27 +16,14 @@ namespace
 using deviceunits_test::Format;
 using deviceunits_test::HandDrivenPlatform;
 using deviceunits_test::HandStream;
-using deviceunits_test::MeterFactory;
 using deviceunits_test::PlanarChannel;
 using tidemix::platform::Platform;
 using tidemix::platform::SampleEncoding;
 using tidemix::platform::sim::SimDeviceSpec;
 
-class CaptureSource : public ::testing::Test
+class CaptureSource : public deviceunits_test::DeviceUnitFixture<HandDrivenPlatform>
 {
 protected:
-    void SetUp() override
-    {
-        platform_ = std::make_shared<HandDrivenPlatform>();
-        Platform::Use(platform_);
-        formerFactory_ = DRAVUnitFactory::Install(meters_.Make());
-    }
-    void TearDown() override
-    {
-        DRAVUnitFactory::Install(formerFactory_);
-        Platform::Use(nullptr);
-    }
-
     uint32_t AddMicrophone(const tidemix::platform::DeviceStreamFormat& format,
                            const std::string& uid = "mic-1")
     {
@@ -43,22 +31,13 @@ protected:
             SimDeviceSpec::Microphone(uid, "Microphone " + uid, format));
     }
 
-    std::shared_ptr<DRAVSourceAudioCaptureCoreAudio> MakeSource(uint32_t deviceId, int64_t blockFrames = 960)
+    static std::shared_ptr<DRAVSourceAudioCaptureCoreAudio> MakeSource(uint32_t deviceId,
+                                                                       int64_t blockFrames = 960)
     {
-        auto source = std::make_shared<DRAVSourceAudioCaptureCoreAudio>();
-        EXPECT_TRUE(source->InitSource(kDRAVPinTypePullRingBuffer).Succeeded());
-        EXPECT_TRUE(source->SetBufferSizeFrameCount(blockFrames).Succeeded());
-        source->SetDevicePath(deviceId == 0 ? std::string() : std::to_string(deviceId));
-        return source;
+        return deviceunits_test::MakeCaptureSource(deviceId, blockFrames);
     }
 
     std::shared_ptr<HandStream> Stream() { return platform_->Hand().Last(); }
-    std::shared_ptr<deviceunits_test::RecordingMeter> Meter() { return *meters_.last; }
-
-    unittest::EngineEnvironment environment_;
-    std::shared_ptr<HandDrivenPlatform> platform_;
-    MeterFactory meters_;
-    DRAVUnitFactory formerFactory_;
 };
 
 TEST_F(CaptureSource, MonoDeviceGivesStereoBlocksWithEqualChannels)

@@ -12,6 +12,7 @@
 #include "engine/sources/DRAVSourceAudioCaptureCoreAudio.h"
 #include "platform/Platform.h"
 #include "platform/sim/SimPlatform.h"
+#include "support/DeviceUnitFixture.h"
 #include "support/DeviceUnitTestSupport.h"
 #include "support/SimAudioAnalysis.h"
 #include "support/ThreadsTestSupport.h"
@@ -20,7 +21,6 @@
 namespace
 {
 using deviceunits_test::Format;
-using deviceunits_test::MeterFactory;
 using deviceunits_test::PlanarChannel;
 using threads_test::WaitUntil;
 using tidemix::platform::Platform;
@@ -30,21 +30,9 @@ using tidemix::platform::sim::SimPlatform;
 using tidemix::platform::sim::SimSignal;
 
 // Sources on the simulated world, whose devices call back on their own threads.
-class CaptureSourceThreads : public ::testing::Test
+class CaptureSourceThreads : public deviceunits_test::DeviceUnitFixture<SimPlatform>
 {
 protected:
-    void SetUp() override
-    {
-        platform_ = std::make_shared<SimPlatform>();
-        Platform::Use(platform_);
-        formerFactory_ = DRAVUnitFactory::Install(meters_.Make());
-    }
-    void TearDown() override
-    {
-        DRAVUnitFactory::Install(formerFactory_);
-        Platform::Use(nullptr);
-    }
-
     uint32_t AddMicrophone(const tidemix::platform::DeviceStreamFormat& format, uint32_t packetFrames,
                            const std::string& uid = "mic")
     {
@@ -54,21 +42,10 @@ protected:
         return platform_->World().AddDevice(spec);
     }
 
-    std::shared_ptr<DRAVSourceAudioCaptureCoreAudio> MakeSource(uint32_t deviceId)
+    static std::shared_ptr<DRAVSourceAudioCaptureCoreAudio> MakeSource(uint32_t deviceId)
     {
-        auto source = std::make_shared<DRAVSourceAudioCaptureCoreAudio>();
-        EXPECT_TRUE(source->InitSource(kDRAVPinTypePullRingBuffer).Succeeded());
-        EXPECT_EQ(source->SetBufferSizeFrameCount(960), kDRAVResultOk);
-        source->SetDevicePath(std::to_string(deviceId));
-        return source;
+        return deviceunits_test::MakeCaptureSource(deviceId);
     }
-
-    std::shared_ptr<deviceunits_test::RecordingMeter> Meter() { return *meters_.last; }
-
-    unittest::EngineEnvironment environment_;
-    std::shared_ptr<SimPlatform> platform_;
-    MeterFactory meters_;
-    DRAVUnitFactory formerFactory_;
 };
 
 TEST_F(CaptureSourceThreads, ToneOfA44100HzMonoDeviceArrivesAt48000Hz)
