@@ -9,7 +9,7 @@
 #include "control/DRMXOutputBase.h"
 #include "control/DRMXPlatformHooks.h"
 #include "control/DRMXProcessActivity.h"
-#include "control/DRMXValueNormalization.h"
+#include "microphones/DRMXValueNormalization.h"
 #include "engine/DRAVManager.h"
 #include "engine/devices/DRMXVirtualDeviceNames.h"
 #include "engine/sinks/DRAVSinkMakers.h"
