@@ -10,6 +10,7 @@
 
 #include "platform/UsbStringDescriptor.h"
 #include "portable-core/DRAVLog.h"
+#include "portable-core/DplDispatchQueue.h"
 #include "portable-core/DplThreadName.h"
 #endif
 
@@ -132,6 +133,9 @@ struct LibUsbBus::State
     std::recursive_mutex listenerMutex;
     std::map<uint64_t, Listener> listeners;
     uint64_t nextListener = 1;
+    // Listeners run here: libusb calls hot-plug callbacks on whichever thread
+    // handles its events, which may be a caller waiting for its own transfer.
+    std::unique_ptr<DplDispatchQueue> notifications = std::make_unique<DplDispatchQueue>("usb.hotplug", 1);
 
     // Attached flags of the open handles, by device, so a departure reaches them.
     std::mutex handlesMutex;
@@ -188,15 +192,13 @@ int LIBUSB_CALL OnHotplug(libusb_context*, libusb_device* device, libusb_hotplug
     {
         return 0;
     }
-    if (event == LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT)
+    const UsbEvent kind = event == LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT ? UsbEvent::Departed : UsbEvent::Arrived;
+    if (kind == UsbEvent::Departed)
     {
+        // At once, so that no request goes to the device from now on.
         state->MarkGone(device);
-        state->Notify(UsbEvent::Departed, info);
     }
-    else
-    {
-        state->Notify(UsbEvent::Arrived, info);
-    }
+    state->notifications->dispatch([state, kind, info] { state->Notify(kind, info); });
     return 0;  // stay registered
 }
 
@@ -315,6 +317,9 @@ LibUsbBus::~LibUsbBus()
     {
         state_->events.join();
     }
+    // Ends the listeners' thread while the state is still whole; events not
+    // yet delivered are dropped.
+    state_->notifications.reset();
 }
 
 bool LibUsbBus::HasHotplug() const

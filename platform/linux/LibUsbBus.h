@@ -9,7 +9,8 @@ namespace tidemix::platform::linuxos
 {
 
 // The USB devices through libusb-1.0. Arrivals and departures come from
-// libusb's hot-plug callbacks on the bus's own event thread. A location is
+// libusb's hot-plug callbacks, which the bus's own event thread drives; the
+// listeners hear of them on a thread of their own. A location is
 // the bus number in the top byte and the port path below it, four bits a
 // port, as a desktop platform numbers them.
 class LibUsbBus : public UsbBus
