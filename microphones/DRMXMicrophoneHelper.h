@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 
+#include "microphones/DRMXAudioInputAccess.h"
 #include "microphones/DRMXMicrophoneConfigurationRequest.h"
 #include "microphones/DRMXMicrophoneHelperBase.h"
 #include "microphones/IOKitUsb.h"
@@ -87,6 +88,8 @@ public:
     }
 
     std::string GetSerialNumber() const override { return serialNumber; }
+
+    static bool RequestAccessToAudioInputDevices() { return __RequestAccessToAudioInputDevices(); }
 
     uint16_t GetVendorId() const { return vendorId; }
     uint16_t GetProductId() const { return productId; }
