@@ -183,14 +183,6 @@ public:
             ADD_FAILURE() << "attach_ioctl: " << (error ? error->message : "?");
             g_clear_error(&error);
         }
-        if (getenv("USB_FRESH_BUS"))
-        {
-            std::string whyNot;
-            auto bus = tidemix::platform::linuxos::LibUsbBus::Create(&whyNot);
-            bus_ = bus.get();
-            platform_ = std::make_shared<UsbOnlyPlatform>(std::move(bus));
-            tidemix::platform::Platform::Use(platform_);
-        }
         // libusb learns of the device from its hot-plug monitor.
         const bool listed = threads_test::WaitUntil(
             [&]
