@@ -2,7 +2,6 @@
 // the application asks for.
 #include "control/DRMXManager.h"
 
-#include "control/DRMXValueNormalization.h"
 #include "portable-core/DRAVObject.h"
 #include "portable-core/DRAVPropertyNames.h"
 

@@ -5,7 +5,9 @@
 #include <string_view>
 
 #include "platform/AudioSystem.h"
+#include "platform/EmptyUsbBus.h"
 #include "platform/ProcessActivity.h"
+#include "platform/UsbBus.h"
 #include "portable-core/DplDispatchQueue.h"
 
 namespace tidemix::platform
@@ -24,6 +26,9 @@ public:
     virtual std::string Name() const = 0;
     virtual AudioSystem& Audio() = 0;
     virtual ProcessActivity& Activity() = 0;
+    // The USB devices. A backend without a USB service offers a bus with no
+    // devices.
+    virtual UsbBus& Usb() { return noUsb_; }
 
     // The serial "main" queue: where listeners post their work, standing in
     // for the desktop platform's main dispatch queue.
@@ -47,6 +52,7 @@ protected:
 
 private:
     std::shared_ptr<DplDispatchQueue> mainQueue_;
+    EmptyUsbBus noUsb_;
 };
 
 }  // namespace tidemix::platform

@@ -8,6 +8,7 @@ packages=(
   nlohmann-json3-dev uuid-dev libsoxr-dev
   libsamplerate0-dev libboost-dev rapidjson-dev
   libpipewire-0.3-dev pipewire wireplumber dbus
+  libusb-1.0-0-dev umockdev libumockdev-dev
   clang libclang-rt-14-dev
   locales
 )

@@ -3,6 +3,8 @@
 #include <string>
 
 #include "platform/EmptyAudioSystem.h"
+#include "platform/EmptyUsbBus.h"
+#include "platform/linux/LibUsbBus.h"
 #include "platform/pipewire/PipeWireAudioSystem.h"
 #include "portable-core/DRAVLog.h"
 
@@ -24,6 +26,27 @@ LinuxPlatform::LinuxPlatform()
         DRAVLogPrintf(kDbgPrintLevelWarning, "linux platform: no audio devices: %s", whyNot.c_str());
         audio_ = std::make_unique<EmptyAudioSystem>();
     }
+}
+
+UsbBus& LinuxPlatform::Usb()
+{
+    std::call_once(usbOnce_,
+                   [this]
+                   {
+                       std::string whyNot;
+                       usb_ = LibUsbBus::Create(&whyNot);
+                       if (usb_)
+                       {
+                           DRAVLogLine(kDbgPrintLevelInfo, "linux platform: USB devices from libusb");
+                       }
+                       else
+                       {
+                           DRAVLogPrintf(kDbgPrintLevelWarning, "linux platform: no USB devices: %s",
+                                         whyNot.c_str());
+                           usb_ = std::make_unique<EmptyUsbBus>();
+                       }
+                   });
+    return *usb_;
 }
 
 LinuxPlatform::~LinuxPlatform() = default;

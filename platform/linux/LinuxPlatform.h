@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 
 #include "platform/CountingProcessActivity.h"
 #include "platform/Platform.h"
@@ -19,9 +20,14 @@ public:
     std::string Name() const override { return "linux"; }
     AudioSystem& Audio() override { return *audio_; }
     ProcessActivity& Activity() override { return activity_; }
+    // libusb starts on first use, so a host that never asks for USB never
+    // touches the machine's devices.
+    UsbBus& Usb() override;
 
 private:
     std::unique_ptr<AudioSystem> audio_;
+    std::once_flag usbOnce_;
+    std::unique_ptr<UsbBus> usb_;
     CountingProcessActivity activity_;
 };
 

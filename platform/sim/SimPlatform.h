@@ -5,6 +5,7 @@
 #include "platform/CountingProcessActivity.h"
 #include "platform/Platform.h"
 #include "platform/sim/SimAudioWorld.h"
+#include "platform/sim/SimUsbBus.h"
 
 namespace tidemix::platform::sim
 {
@@ -19,12 +20,15 @@ public:
     std::string Name() const override { return "sim"; }
     AudioSystem& Audio() override { return *audio_; }
     ProcessActivity& Activity() override { return activity_; }
+    UsbBus& Usb() override { return *usb_; }
 
     SimAudioWorld& World() { return *audio_; }
+    SimUsbBus& UsbDevices() { return *usb_; }
     CountingProcessActivity& Activities() { return activity_; }
 
 private:
     std::unique_ptr<SimAudioWorld> audio_;
+    std::unique_ptr<SimUsbBus> usb_;
     CountingProcessActivity activity_;
 };
 

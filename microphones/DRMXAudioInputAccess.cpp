@@ -1,0 +1,6 @@
+#include "microphones/DRMXAudioInputAccess.h"
+
+bool __RequestAccessToAudioInputDevices()
+{
+    return true;
+}
