@@ -78,6 +78,8 @@ protected:
             selector.SetMixerNodeID(1);
             std::shared_ptr<DRMXInputInterface> input;
             ASSERT_TRUE(manager_->CreateInput(selector, &input).Succeeded());
+            // The mix's block size: a source cut otherwise is read out of step.
+            EXPECT_EQ(std::dynamic_pointer_cast<DRMXInput>(input)->GetBufferSizeFrameCount(), 960);
             mix->AddInput(input);
             DRMXOutputSelector outputSelector;
             outputSelector.SetType(kOutputTypeHardware);
