@@ -1,11 +1,17 @@
 #include "TwoMixesDemo.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <map>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <thread>
 
 #include "control/DRMXInput.h"
@@ -127,10 +133,16 @@ std::shared_ptr<DRMXOutput> MakeOutput(DRMXManager& manager, const std::string& 
 
 // The microphone and the music as inputs of one mix, at the given node gains.
 void LayOutMix(DRMXManager& manager, DRMXMixerBase& mix, const std::shared_ptr<DRMXOutput>& output,
-               double microphoneGain, double musicGain)
+               double microphoneGain, double musicGain, bool fourInputs)
 {
-    for (const auto& selector :
-         {InputSelector("demo-mic", "Demo Microphone", 1), InputSelector("demo-music", "Demo Music", 2)})
+    std::vector<DRMXInputSelector> selectors = {InputSelector("demo-mic", "Demo Microphone", 1),
+                                                InputSelector("demo-music", "Demo Music", 2)};
+    if (fourInputs)
+    {
+        selectors.push_back(InputSelector("demo-aux-1", "Demo Aux 1", 3));
+        selectors.push_back(InputSelector("demo-aux-2", "Demo Aux 2", 4));
+    }
+    for (const auto& selector : selectors)
     {
         std::shared_ptr<DRMXInputInterface> input;
         if (manager.CreateInput(selector, &input).Succeeded())
@@ -169,6 +181,33 @@ void PrintLevels(double at, DRMXManager& manager)
     printf("\n");
 }
 
+// CPU seconds of each of the process's threads, by thread id, with its name.
+std::map<std::string, std::pair<std::string, double>> ThreadCpuSeconds()
+{
+    std::map<std::string, std::pair<std::string, double>> threads;
+    const double ticks = static_cast<double>(sysconf(_SC_CLK_TCK));
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task", error))
+    {
+        std::ifstream statFile(entry.path() / "stat");
+        std::ifstream commFile(entry.path() / "comm");
+        std::string stat;
+        std::string comm;
+        std::getline(statFile, stat);
+        std::getline(commFile, comm);
+        // Fields after the name in parentheses; utime and stime are the 12th and 13th.
+        std::istringstream rest(stat.substr(stat.rfind(')') + 2));
+        std::string field;
+        double seconds = 0.0;
+        for (int i = 1; i <= 13 && rest >> field; ++i)
+        {
+            seconds += i >= 12 ? std::stod(field) / ticks : 0.0;
+        }
+        threads[entry.path().filename().string()] = {comm, seconds};
+    }
+    return threads;
+}
+
 long long Counts(const std::shared_ptr<DRMXOutputInterface>& output, bool underruns)
 {
     auto sink =
@@ -181,7 +220,7 @@ long long Counts(const std::shared_ptr<DRMXOutputInterface>& output, bool underr
 }
 }  // namespace
 
-int RunTwoMixes(const std::string& localWav, const std::string& streamWav, double seconds)
+int RunTwoMixes(const std::string& localWav, const std::string& streamWav, double seconds, bool measureCpu)
 {
     auto platform = std::make_shared<tidemix::platform::sim::SimPlatform>();
     tidemix::platform::Platform::Use(platform);
@@ -198,6 +237,17 @@ int RunTwoMixes(const std::string& localWav, const std::string& streamWav, doubl
         SimDeviceSpec::Speaker("demo-phones", "Demo Headphones", {48000, 2, SampleEncoding::Float32, true});
     world.AddDevice(microphone);
     world.AddDevice(music);
+    if (measureCpu)
+    {
+        SimDeviceSpec aux1 =
+            SimDeviceSpec::Microphone("demo-aux-1", "Demo Aux 1", {48000, 1, SampleEncoding::Float32, true});
+        aux1.signal = SimSignal::Sine(300.0, 0.2);
+        SimDeviceSpec aux2 =
+            SimDeviceSpec::Microphone("demo-aux-2", "Demo Aux 2", {44100, 2, SampleEncoding::Int16, true});
+        aux2.signal = SimSignal::Sine(2000.0, 0.2);
+        world.AddDevice(aux1);
+        world.AddDevice(aux2);
+    }
     const uint32_t phonesId = world.AddDevice(phones);
     std::optional<tidemix::platform::AudioDeviceInfo> streamInfo;
     for (const uint32_t id : world.PublishVirtualDevices())
@@ -249,8 +299,8 @@ int RunTwoMixes(const std::string& localWav, const std::string& streamWav, doubl
 
     // The headphones carry the local mix and the stream mix's monitoring
     // output; the monitor selection mutes one of the two.
-    LayOutMix(*manager, *local, MakeOutput(*manager, "demo-phones"), 1.0, 0.25);
-    LayOutMix(*manager, *stream, MakeOutput(*manager, streamInfo->uid), 0.5, 1.0);
+    LayOutMix(*manager, *local, MakeOutput(*manager, "demo-phones"), 1.0, 0.25, measureCpu);
+    LayOutMix(*manager, *stream, MakeOutput(*manager, streamInfo->uid), 0.5, 1.0, measureCpu);
     stream->SetMonitoringOutput(MakeOutput(*manager, "demo-phones"));
     manager->SetMonitorMixerType(kMixerLocal);
 
@@ -263,6 +313,9 @@ int RunTwoMixes(const std::string& localWav, const std::string& streamWav, doubl
         streamInfo->name.c_str());
     printf("monitor: local mix for the first half, stream mix for the second\n");
 
+    // CPU is counted from one second in, once every thread runs.
+    std::this_thread::sleep_for(std::chrono::seconds(measureCpu ? 1 : 0));
+    const auto cpuBefore = ThreadCpuSeconds();
     const auto start = std::chrono::steady_clock::now();
     const auto end = start + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
                                  std::chrono::duration<double>(seconds));
@@ -279,7 +332,32 @@ int RunTwoMixes(const std::string& localWav, const std::string& streamWav, doubl
             switched = true;
             printf("%6.1f s  monitor: stream mix\n", at);
         }
-        PrintLevels(at, *manager);
+        if (!measureCpu)
+        {
+            PrintLevels(at, *manager);
+        }
+    }
+    if (measureCpu)
+    {
+        const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        double total = 0.0;
+        double mixes = 0.0;
+        for (const auto& [tid, thread] : ThreadCpuSeconds())
+        {
+            const auto before = cpuBefore.find(tid);
+            const double used = thread.second - (before == cpuBefore.end() ? 0.0 : before->second.second);
+            total += used;
+            if (thread.first.rfind("coreaudio.mixer", 0) == 0)
+            {
+                mixes += used;
+                printf("mix audio thread %s (%s): %.2f %% of one core\n", tid.c_str(), thread.first.c_str(),
+                       100.0 * used / wall);
+            }
+        }
+        printf(
+            "two mixes of four inputs over %.1f s: process %.2f %% of one core, the mixes' audio threads "
+            "%.2f %%\n",
+            wall, 100.0 * total / wall, 100.0 * mixes / wall);
     }
 
     // Counts before the stop, while the sinks exist.

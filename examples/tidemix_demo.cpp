@@ -25,6 +25,7 @@ struct Options
     std::string configDir;
     std::string mixToWav;
     bool twoMixes = false;
+    bool measureCpu = false;
     std::string localWav;
     std::string streamWav;
 };
@@ -51,6 +52,8 @@ void PrintHelp(const char* program)
         "                       time, print the meters twice a second; needs both of:\n"
         "  --local-wav FILE     with --two-mixes: what the headphones played (16-bit WAV)\n"
         "  --stream-wav FILE    with --two-mixes: what the stream output received (16-bit WAV)\n"
+        "  --measure-cpu        with --two-mixes: four inputs in each mix, and the CPU share of the\n"
+        "                       process and of the mixes' audio threads printed instead of the meters\n"
         "  --help               this text\n",
         program);
 }
@@ -93,6 +96,10 @@ bool ParseOptions(int argc, char** argv, Options& options)
         else if (arg == "--two-mixes")
         {
             options.twoMixes = true;
+        }
+        else if (arg == "--measure-cpu")
+        {
+            options.measureCpu = true;
         }
         else if (arg == "--local-wav" && hasValue)
         {
@@ -155,9 +162,9 @@ int main(int argc, char** argv)
 
     if (!options.mixToWav.empty() || options.twoMixes)
     {
-        const int code = options.twoMixes
-                             ? RunTwoMixes(options.localWav, options.streamWav, options.durationSeconds)
-                             : RunMixToWav(options.mixToWav, options.durationSeconds);
+        const int code = options.twoMixes ? RunTwoMixes(options.localWav, options.streamWav,
+                                                        options.durationSeconds, options.measureCpu)
+                                          : RunMixToWav(options.mixToWav, options.durationSeconds);
         DRAVSetLogHandler(nullptr);
         std::error_code error;
         if (scratchFolder)
