@@ -130,12 +130,16 @@ DRAVResult DRMXMixerBase::ConfigureMixerNodes()
         {
             continue;
         }
-        CDplScopedLock nodes(nodeLock_);
         std::shared_ptr<DRMXMixerNodeBase> node;
-        if (!CreateMixerNode(input->GetSelector(), &node).Succeeded() || !node)
         {
-            continue;
+            CDplScopedLock nodes(nodeLock_);
+            if (!CreateMixerNode(input->GetSelector(), &node).Succeeded() || !node)
+            {
+                continue;
+            }
         }
+        // Without the node lock: a gain set holds the node's observer list
+        // and then takes the node lock in UpdateObserver.
         if (const std::shared_ptr<DRAVObject> self = weak_from_this().lock())
         {
             node->AddObserver(KVOItem::Weak(self), kPropertyNodeGain);
