@@ -15,6 +15,7 @@
 #include "engine/DRAVManager.h"
 #include "engine/sinks/DRAVSinkMakers.h"
 #include "portable-core/DRAVLog.h"
+#include "portable-core/DRAVPropertyNames.h"
 #include "portable-core/DplDispatchQueue.h"
 
 using namespace DRMX_Settings;
@@ -139,6 +140,15 @@ DRAVResult DRMXManager::Init(const std::string& /*logFile: nothing here opens it
         CDplScopedLock lock(mixerLock_);
         mixers_[kMixerLocal] = CreateMixerPlatformSpecific("Local Mixer", kMixerLocal);
         mixers_[kMixerStream] = CreateMixerPlatformSpecific("Remote Mixer", kMixerStream);
+        // The mixes render the blocks every input and output is made for.
+        for (const auto& [type, mixer] : mixers_)
+        {
+            if (mixer)
+            {
+                mixer->SetIntProperty(kPropertyAudioBufferSizeFrameCount,
+                                      impl_->audioBufferFrameCount.load());
+            }
+        }
     }
 
     impl_->monitorMixerType.store(kMixerLocal);

@@ -131,7 +131,19 @@ DRAVResult DRMXManager::CreateInput(const DRMXInputSelector& selector,
     {
         return DRAVResult(kDRAVResultErrNullPointer);
     }
-    return CreateInputPlatformSpecific(selector, out);
+    const DRAVResult result = CreateInputPlatformSpecific(selector, out);
+    if (!*out)
+    {
+        return result.Succeeded() ? DRAVResult(kDRAVResultErrNotFound) : result;
+    }
+    // An input's ring holds blocks of the mix: a source cut to another size
+    // would be read out of step by every pull.
+    if (const auto object = std::dynamic_pointer_cast<DRAVObject>(*out))
+    {
+        object->SetIntProperty(kPropertyAudioBufferSizeFrameCount, GetAudioBufferFrameCount());
+        object->SetIntProperty(kPropertyAudioBufferSizeMs, GetAudioBufferMSecInput());
+    }
+    return result;
 }
 
 DRAVResult DRMXManager::GetMicrophoneInterface(const DRMXInputSelector& /*the main microphone is meant*/,

@@ -30,9 +30,22 @@ public:
     virtual std::vector<std::shared_ptr<DRMXInputInterface>> GetInputs();
     virtual DRAVResult GetInput(const DRMX_Settings::DRMXInputSelector& selector,
                                 std::shared_ptr<DRMXInputInterface>* out, bool validate);
+    // Every entry with the old input's selector becomes the new input.
+    virtual DRAVResult ReplaceInput(const std::shared_ptr<DRMXInputInterface>& oldInput,
+                                    const std::shared_ptr<DRMXInputInterface>& newInput);
     virtual std::shared_ptr<DRMXOutputInterface> GetMonitoringOutput();
     virtual void StopMixing();
     virtual void EraseAllChannels();
+    virtual void EraseInvalidatedChannels();
+    virtual void InvalidateChannels();
+    // A node for each input, in input order; an input whose node can't be
+    // made gets none and the others go on.
+    virtual DRAVResult ConfigureMixerNodes();
+    // Needs an output; the base makes no nodes.
+    virtual DRAVResult CreateMixerNode(const DRMX_Settings::DRMXInputSelector& selector,
+                                       std::shared_ptr<DRMXMixerNodeBase>* out);
+    virtual DRAVResult ChangeMixerNodeInputSelector(const DRMX_Settings::DRMXInputSelector& oldSelector,
+                                                    const DRMX_Settings::DRMXInputSelector& newSelector);
     virtual std::vector<std::shared_ptr<DRMXMixerNodeBase>> GetMixerNodes();
     // Every slot's node, empty ones too, in slot order, under the node lock;
     // setting *stop ends the walk.
@@ -51,12 +64,24 @@ public:
     virtual double GetMixerNodeVULevel(std::shared_ptr<DRMXMixerNodeBase> node, int channel);
     virtual double GetMixerOutputVULevel(int channel);
 
+    // The application's node gain and mute and output level and mute reach
+    // the real-time unit through here.
+    using DRAVObject::UpdateObserver;
+    void UpdateObserver(const std::string& objectId, DRAVPropertyKVPair pair, KVCProperty* property) override;
+
+    // Mutes and stops the old output; the mix observes the new one's level
+    // and mute when it is held by a shared_ptr.
     void SetOutput(const std::shared_ptr<DRMXOutputInterface>& output);
     std::shared_ptr<DRMXOutputInterface> GetOutput();
     void SetMonitoringOutput(const std::shared_ptr<DRMXOutputInterface>& output);
+    // Stops the first input with the selector; with erase it also leaves the
+    // list and its node's slot. Buses keep their numbers until the next start.
+    DRAVResult StopMixingOnInput(const DRMX_Settings::DRMXInputSelector& selector, bool erase);
 
 protected:
     virtual void _InitMixerNodeSlot(unsigned int slot);
+    virtual void _EraseMixerNode(const DRMX_Settings::DRMXInputSelector& selector);
+    virtual void _ValidateInput(const std::shared_ptr<DRMXInputInterface>& input, bool available);
 
 private:
     const DRMX_Settings::DRMXMixerType mixerType_;

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "MixToWavDemo.h"
+#include "TwoMixesDemo.h"
 #include "control/DRMXManager.h"
 #include "platform/Platform.h"
 #include "portable-core/DRAVLog.h"
@@ -23,6 +24,10 @@ struct Options
     std::string platform = "sim";
     std::string configDir;
     std::string mixToWav;
+    bool twoMixes = false;
+    bool measureCpu = false;
+    std::string localWav;
+    std::string streamWav;
 };
 
 void PrintHelp(const char* program)
@@ -41,6 +46,14 @@ void PrintHelp(const char* program)
         "  --mix-to-wav FILE    instead: play a simulated microphone and a simulated music channel\n"
         "                       through one mixer unit to a simulated output for --duration seconds,\n"
         "                       print the bus and output levels, and write the output to FILE (WAV)\n"
+        "  --two-mixes          instead: run the local and the stream mix through the manager on the\n"
+        "                       simulated platform (a 1000 Hz microphone and a 440 Hz music channel\n"
+        "                       in both), switch the monitor from the local to the stream mix at half\n"
+        "                       time, print the meters twice a second; needs both of:\n"
+        "  --local-wav FILE     with --two-mixes: what the headphones played (16-bit WAV)\n"
+        "  --stream-wav FILE    with --two-mixes: what the stream output received (16-bit WAV)\n"
+        "  --measure-cpu        with --two-mixes: four inputs in each mix, and the CPU share of the\n"
+        "                       process and of the mixes' audio threads printed instead of the meters\n"
         "  --help               this text\n",
         program);
 }
@@ -80,6 +93,22 @@ bool ParseOptions(int argc, char** argv, Options& options)
         {
             options.mixToWav = argv[++i];
         }
+        else if (arg == "--two-mixes")
+        {
+            options.twoMixes = true;
+        }
+        else if (arg == "--measure-cpu")
+        {
+            options.measureCpu = true;
+        }
+        else if (arg == "--local-wav" && hasValue)
+        {
+            options.localWav = argv[++i];
+        }
+        else if (arg == "--stream-wav" && hasValue)
+        {
+            options.streamWav = argv[++i];
+        }
         else if (arg == "--config-dir" && hasValue)
         {
             options.configDir = argv[++i];
@@ -89,6 +118,11 @@ bool ParseOptions(int argc, char** argv, Options& options)
             fprintf(stderr, "unknown option %s (try --help)\n", arg.c_str());
             return false;
         }
+    }
+    if (options.twoMixes && (options.localWav.empty() || options.streamWav.empty()))
+    {
+        fprintf(stderr, "--two-mixes wants --local-wav FILE and --stream-wav FILE\n");
+        return false;
     }
     return true;
 }
@@ -126,9 +160,11 @@ int main(int argc, char** argv)
             printf("    [library %s] %s\n", tag, line.c_str());
         });
 
-    if (!options.mixToWav.empty())
+    if (!options.mixToWav.empty() || options.twoMixes)
     {
-        const int code = RunMixToWav(options.mixToWav, options.durationSeconds);
+        const int code = options.twoMixes ? RunTwoMixes(options.localWav, options.streamWav,
+                                                        options.durationSeconds, options.measureCpu)
+                                          : RunMixToWav(options.mixToWav, options.durationSeconds);
         DRAVSetLogHandler(nullptr);
         std::error_code error;
         if (scratchFolder)
