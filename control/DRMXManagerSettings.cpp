@@ -2,6 +2,7 @@
 // the application asks for.
 #include "control/DRMXManager.h"
 
+#include "microphones/DRMXValueNormalization.h"
 #include "portable-core/DRAVObject.h"
 #include "portable-core/DRAVPropertyNames.h"
 
