@@ -95,7 +95,7 @@ DRAVResult DRAVSource::InitSource(DRAVPinType outputPinType)
 DRAVResult DRAVSource::Deinit()
 {
     std::shared_ptr<DRAVUnit> self = SharedUnit();
-    converterPull_.store(nullptr);
+    converterPull_.Store(nullptr);
     audioConverter_.StopUnit(self);
     audioDelay_.StopUnit(self);
     audioLevelmeter_.StopUnit(self);
@@ -122,7 +122,7 @@ DRAVResult DRAVSource::RequestAudioFrame(const DRAVTimestamp& time, const DRAVDu
     {
         return DRAVResult(kDRAVResultErrInvalidState);
     }
-    if (std::shared_ptr<DRAVUnitPullInterface> converter = converterPull_.load(std::memory_order_acquire))
+    if (std::shared_ptr<DRAVUnitPullInterface> converter = converterPull_.Load())
     {
         return converter->RequestAudioFrame(time, duration, pin);
     }
@@ -150,7 +150,7 @@ DRAVResult DRAVSource::PullAudioFrame(const DRAVTimestamp& time, std::shared_ptr
     {
         return DRAVResult(kDRAVResultErrInvalidState);
     }
-    if (std::shared_ptr<DRAVUnitPullInterface> converter = converterPull_.load(std::memory_order_acquire))
+    if (std::shared_ptr<DRAVUnitPullInterface> converter = converterPull_.Load())
     {
         return converter->PullAudioFrame(time, out, duration, -1);
     }
@@ -207,7 +207,7 @@ DRAVResult DRAVSource::StartChildFilter(DRAVUnit::ChildUnit& holder, int32_t fil
 DRAVResult DRAVSource::StartAudioConverter()
 {
     auto self = std::dynamic_pointer_cast<DRAVMediaBufferDelegate>(SharedUnit());
-    converterPull_.store(nullptr);
+    converterPull_.Store(nullptr);
     DRAVResult result = StartChildFilter(audioConverter_, kFilterTypeAudioConverter, self);
     if (result.Succeeded())
     {
@@ -218,7 +218,7 @@ DRAVResult DRAVSource::StartAudioConverter()
             converter->SetPreserveBuffer(true);
             // Pulls go through the converter from now on; found once here
             // rather than cast for every block.
-            converterPull_.store(std::dynamic_pointer_cast<DRAVUnitPullInterface>(converter));
+            converterPull_.Store(std::dynamic_pointer_cast<DRAVUnitPullInterface>(converter));
         }
     }
     return result;

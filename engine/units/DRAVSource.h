@@ -9,6 +9,7 @@
 #include "engine/units/DRAVQueueStatistics.h"
 #include "engine/units/DRAVUnit.h"
 #include "engine/units/DRAVUnitPullInterface.h"
+#include "portable-core/DplSharedSlot.h"
 
 using DRAVSourceType = int32_t;
 using DRAVSourceUsageType = int32_t;
@@ -120,7 +121,7 @@ private:
     std::atomic<int64_t> startTimeUsec_{-1};
     DRAVUnit::ChildUnit audioConverter_;
     // The converter's pull side, resolved when it starts.
-    std::atomic<std::shared_ptr<DRAVUnitPullInterface>> converterPull_;
+    DplSharedSlot<DRAVUnitPullInterface> converterPull_;
     DRAVUnit::ChildUnit audioDelay_;
     DRAVUnit::ChildUnit audioLevelmeter_;
     DRAVUnit::ChildUnit audioEncoder_;

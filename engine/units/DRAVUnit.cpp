@@ -659,7 +659,7 @@ DRAVResult DRAVUnit::ChildUnit::StartUnit(ChildUnitType type, const std::shared_
         return result;
     }
     unit_ = unit;
-    published_.store(unit, std::memory_order_release);
+    published_.Store(unit);
     if (receiver)
     {
         result = unit->AddReceiver(0, receiver);
@@ -675,7 +675,7 @@ DRAVResult DRAVUnit::ChildUnit::StopUnit(const std::shared_ptr<DRAVUnit>& owner)
         return DRAVResult(kDRAVResultOk);
     }
     // Frames already on their way keep the unit alive until they are done.
-    published_.store(nullptr, std::memory_order_release);
+    published_.Store(nullptr);
     unit_->SetUnitState(kDRAVUnitStatePaused);
     if (owner && unit_->GetOwner() == owner)
     {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <list>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,7 @@
 #include "portable-core/CDplThreadMutex.h"
 #include "portable-core/DRAVObject.h"
 #include "portable-core/DRAVPropertyNames.h"
+#include "portable-core/DplSharedSlot.h"
 
 // One processing element of the engine, with input and output pins, child
 // units and an owner. A unit must be held by a shared_ptr before Init.
@@ -42,16 +44,17 @@ public:
         DRAVResult StartUnit(ChildUnitType type, const std::shared_ptr<DRAVUnit>& owner,
                              const std::shared_ptr<DRAVMediaBufferDelegate>& receiver, bool init);
         DRAVResult StopUnit(const std::shared_ptr<DRAVUnit>& owner);
-        // On any thread, a device thread or the mix's thread included: an
-        // atomic load that never waits for a start or stop in progress.
-        std::shared_ptr<DRAVUnit> GetUnit() const { return published_.load(std::memory_order_acquire); }
+        // On any thread, a device thread or the mix's thread included: a
+        // pointer copy under a lock that is held for nothing else, so it
+        // never waits for a start or stop in progress.
+        std::shared_ptr<DRAVUnit> GetUnit() const { return published_.Load(); }
 
     private:
         // Serialises starts and stops, which create and tear down units.
         CDplThreadMutex mutex_;
         std::shared_ptr<DRAVUnit> unit_;
         // unit_ as the frames' way sees it.
-        std::atomic<std::shared_ptr<DRAVUnit>> published_;
+        DplSharedSlot<DRAVUnit> published_;
     };
 
     DRAVUnit(const std::string& friendlyName, KVCMap* propertyMap, int inputPins, int outputPins);

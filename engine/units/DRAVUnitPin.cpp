@@ -86,12 +86,12 @@ DRAVUnitPin::DRAVUnitPin(int32_t number, const std::shared_ptr<DRAVUnit>& unit, 
     : DRAVObject(std::string(), nullptr), unit_(unit), number_(number), isInput_(isInput)
 {
     SetFriendlyName(MakePinName());
-    route_.store(std::make_shared<const Route>(Route{type, CreateQueue(type, MakeQueueName())}));
+    route_.Store(std::make_shared<const Route>(Route{type, CreateQueue(type, MakeQueueName())}));
 }
 
 DRAVUnitPin::~DRAVUnitPin()
 {
-    std::shared_ptr<const Route> route = route_.exchange(nullptr);
+    std::shared_ptr<const Route> route = route_.Exchange(nullptr);
     if (route && route->queue)
     {
         route->queue->Stop();
@@ -178,7 +178,7 @@ DRAVResult DRAVUnitPin::ChangePinType(DRAVPinType type)
     Deinit();
     auto fresh = std::make_shared<const Route>(Route{type, CreateQueue(type, GetFriendlyName())});
     // The former queue goes with its last caller; Deinit has stopped it.
-    route_.store(std::move(fresh), std::memory_order_release);
+    route_.Store(std::move(fresh));
     return Init();
 }
 

@@ -15,6 +15,7 @@
 #include "engine/units/DRAVUnitPinStatistics.h"
 #include "portable-core/CDplThreadMutex.h"
 #include "portable-core/DRAVObject.h"
+#include "portable-core/DplSharedSlot.h"
 
 class DRAVUnit;
 
@@ -93,9 +94,9 @@ private:
 
     std::string MakePinName() const;
     std::string MakeQueueName() const;
-    std::shared_ptr<const Route> LoadRoute() const { return route_.load(std::memory_order_acquire); }
+    std::shared_ptr<const Route> LoadRoute() const { return route_.Load(); }
 
-    std::atomic<std::shared_ptr<const Route>> route_;
+    DplSharedSlot<const Route> route_;
     const std::weak_ptr<DRAVUnit> unit_;
     const int32_t number_;
     const bool isInput_;

@@ -15,9 +15,10 @@ namespace tidemix::test
 using platform::sim::SimAudioWorld;
 using platform::sim::SimDeviceSpec;
 
-PullProbe::PullProbe(std::shared_ptr<DRAVSource> inner)
+PullProbe::PullProbe(std::shared_ptr<DRAVSource> inner, std::shared_ptr<DRAVRingBuffer> ring)
     : DRAVSource("PullProbe", nullptr, DRAVSourceConfig{}, 0),
       inner_(std::move(inner)),
+      ring_(std::move(ring)),
       pulls_(std::make_unique<Pull[]>(kMaxPulls))
 {
 }
@@ -28,6 +29,10 @@ DRAVResult PullProbe::PullAudioFrame(const DRAVTimestamp& time, std::shared_ptr<
     const DRAVResult result = inner_->PullAudioFrame(time, out, duration, pin);
     Pull pull;
     pull.hostTime = DRAVGetHostTime().Get();
+    if (ring_)
+    {
+        pull.ringEvents = ring_->GetOverrunCount() + ring_->GetShortPullCount();
+    }
     if (out != nullptr && *out)
     {
         pull.stamp = (*out)->GetTimestamp().Get();

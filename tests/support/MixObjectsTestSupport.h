@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/units/DRAVRingBuffer.h"
 #include "engine/units/DRAVSource.h"
 #include "platform/sim/SimAudioWorld.h"
 
@@ -24,10 +25,13 @@ public:
         int64_t hostTime = 0;
         int64_t stamp = -1;  // -1: the pull got nothing
         double meanSquare = 0.0;
+        // Overruns and short pulls of the watched ring so far (0 without one).
+        int64_t ringEvents = 0;
     };
     static constexpr size_t kMaxPulls = 8192;
 
-    explicit PullProbe(std::shared_ptr<DRAVSource> inner);
+    // With `ring`, each pull also notes the ring's overruns and short pulls.
+    explicit PullProbe(std::shared_ptr<DRAVSource> inner, std::shared_ptr<DRAVRingBuffer> ring = nullptr);
     using DRAVSource::PullAudioFrame;
     DRAVResult InitSource(DRAVPinType) override { return DRAVResult(kDRAVResultOk); }
     DRAVResult PullAudioFrame(const DRAVTimestamp& time, std::shared_ptr<DRAVAudioBuffer>* out,
@@ -38,6 +42,7 @@ public:
 
 private:
     const std::shared_ptr<DRAVSource> inner_;
+    const std::shared_ptr<DRAVRingBuffer> ring_;
     std::unique_ptr<Pull[]> pulls_;
     std::atomic<size_t> count_{0};
 };
