@@ -5,7 +5,9 @@
 #include <string_view>
 
 #include "platform/AudioSystem.h"
+#include "platform/EmptyPowerEvents.h"
 #include "platform/EmptyUsbBus.h"
+#include "platform/PowerEvents.h"
 #include "platform/ProcessActivity.h"
 #include "platform/UsbBus.h"
 #include "portable-core/DplDispatchQueue.h"
@@ -29,6 +31,12 @@ public:
     // The USB devices. A backend without a USB service offers a bus with no
     // devices.
     virtual UsbBus& Usb() { return noUsb_; }
+    // Sleep and wake. A backend without a power service reports none.
+    virtual PowerEvents& Power() { return noPower_; }
+    // Asks real-time scheduling for the calling thread (a mix's own
+    // host-clock audio thread). A backend may grant or refuse it; a refusal
+    // is no error, and the thread keeps running as it is.
+    virtual RealtimeGrant RequestRealtimeForCurrentThread() { return RealtimeGrant::NotOffered; }
 
     // The serial "main" queue: where listeners post their work, standing in
     // for the desktop platform's main dispatch queue.
@@ -53,6 +61,7 @@ protected:
 private:
     std::shared_ptr<DplDispatchQueue> mainQueue_;
     EmptyUsbBus noUsb_;
+    EmptyPowerEvents noPower_;
 };
 
 }  // namespace tidemix::platform

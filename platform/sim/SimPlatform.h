@@ -5,6 +5,7 @@
 #include "platform/CountingProcessActivity.h"
 #include "platform/Platform.h"
 #include "platform/sim/SimAudioWorld.h"
+#include "platform/sim/SimPowerEvents.h"
 #include "platform/sim/SimUsbBus.h"
 
 namespace tidemix::platform::sim
@@ -21,15 +22,18 @@ public:
     AudioSystem& Audio() override { return *audio_; }
     ProcessActivity& Activity() override { return activity_; }
     UsbBus& Usb() override { return *usb_; }
+    PowerEvents& Power() override { return power_; }
 
     SimAudioWorld& World() { return *audio_; }
     SimUsbBus& UsbDevices() { return *usb_; }
     CountingProcessActivity& Activities() { return activity_; }
+    SimPowerEvents& PowerSource() { return power_; }
 
 private:
     std::unique_ptr<SimAudioWorld> audio_;
     std::unique_ptr<SimUsbBus> usb_;
     CountingProcessActivity activity_;
+    SimPowerEvents power_;
 };
 
 }  // namespace tidemix::platform::sim
