@@ -184,11 +184,13 @@ void DRMXManager::Deinit()
         if (observer)
         {
             observer->DetachObserver(deviceDelegate_.get());
+            observer->Deinit();
         }
     }
     if (power)
     {
         power->DetachObserver(powerDelegate_.get());
+        power->Deinit();
     }
 }
 

@@ -329,7 +329,10 @@ DRAVResult DRMXManager::AttachDeviceChangeObserver(KVObserver* observer, DRMXDev
     DRAVResult result(kDRAVResultOk);
     for (const auto& deviceObserver : observers)
     {
-        if (deviceObserver && (deviceObserver->GetNotification() == kDeviceNotificationAny ||
+        // 0 as the argument means every observer; an observer of its own 0
+        // takes every attachment.
+        if (deviceObserver && (notification == kDeviceNotificationAny ||
+                               deviceObserver->GetNotification() == kDeviceNotificationAny ||
                                deviceObserver->GetNotification() == notification))
         {
             result = deviceObserver->AttachObserver(observer);

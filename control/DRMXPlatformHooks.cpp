@@ -1,9 +1,15 @@
 #include "control/DRMXPlatformHooks.h"
 
+#include <algorithm>
 #include <mutex>
 
 #include "control/DRMXInput.h"
 #include "control/DRMXMixer.h"
+#include "engine/devices/DRMXVirtualDeviceNames.h"
+#include "observers/DRMXDeviceObserverCoreAudio.h"
+#include "observers/DRMXDeviceObserverUSB.h"
+#include "observers/DRMXPowerStateObserverMac.h"
+#include "observers/appaudio/DRMXDeviceObserverAppAudio.h"
 
 namespace
 {
@@ -40,8 +46,31 @@ std::vector<std::shared_ptr<DRMXDeviceObserverBase>> RegisterDeviceObserversPlat
     {
         return hook();
     }
-    // The USB, audio-device and application observers join here as they land.
-    return {};
+    std::vector<std::shared_ptr<DRMXDeviceObserverBase>> observers;
+    // One USB observer for the process: it outlives the manager's Deinit and
+    // joins the list only the first time.
+    if (DRMXDeviceObserverUSB::MakeShared())
+    {
+        const std::shared_ptr<DRMXDeviceObserverUSB> usb = DRMXDeviceObserverUSB::Shared();
+        if (usb && usb->Init().Succeeded())
+        {
+            usb->SetNotification(kDeviceNotificationUSB);
+            observers.push_back(usb);
+        }
+    }
+    auto coreAudio = std::make_shared<DRMXDeviceObserverCoreAudio>();
+    if (coreAudio->Init().Succeeded())
+    {
+        coreAudio->SetNotification(kDeviceNotificationCoreAudio);
+        observers.push_back(coreAudio);
+    }
+    auto appAudio = std::make_shared<DRMXDeviceObserverAppAudio>();
+    if (appAudio->Init().Succeeded())
+    {
+        appAudio->SetNotification(kDeviceNotificationAppAudio);
+        observers.push_back(appAudio);
+    }
+    return observers;
 }
 
 std::shared_ptr<DRMXPowerStateObserverBase> RegisterPowerStateObserverPlatformSpecific()
@@ -50,7 +79,9 @@ std::shared_ptr<DRMXPowerStateObserverBase> RegisterPowerStateObserverPlatformSp
     {
         return hook();
     }
-    return nullptr;
+    auto power = std::make_shared<DRMXPowerStateObserverMac>();
+    power->Init();
+    return power;
 }
 
 DRAVResult CreateInputPlatformSpecific(const DRMX_Settings::DRMXInputSelector& selector,
@@ -81,7 +112,28 @@ std::vector<DRMX_Settings::DRMXInputSelector> GetAvailableInputsPlatformSpecific
     {
         return hook(type);
     }
-    return {};
+    // Applications' inputs join when application audio lands.
+    std::vector<DRMX_Settings::DRMXInputSelector> inputs;
+    if (type != DRMX_Settings::kInputTypeAppAudio)
+    {
+        inputs = DRMXDeviceObserverCoreAudio::EnumInputs();
+    }
+    const std::vector<std::string> defaults = DRMXVirtualDeviceNames::GetVirtualDefaultDeviceNames();
+    std::vector<DRMX_Settings::DRMXInputSelector> kept;
+    for (DRMX_Settings::DRMXInputSelector& input : inputs)
+    {
+        if (type != DRMX_Settings::kInputTypeAny && input.GetType() != type)
+        {
+            continue;
+        }
+        const bool isDefault = std::any_of(defaults.begin(), defaults.end(),
+                                           [&](const std::string& name)
+                                           { return input.GetName().find(name) != std::string::npos; });
+        input.SetIsDefault(isDefault);
+        input.SetMixerNodeID(static_cast<int32_t>(kept.size()));
+        kept.push_back(std::move(input));
+    }
+    return kept;
 }
 
 std::vector<DRMX_Settings::DRMXOutputSelector> GetAvailableOutputsPlatformSpecific(
@@ -91,13 +143,29 @@ std::vector<DRMX_Settings::DRMXOutputSelector> GetAvailableOutputsPlatformSpecif
     {
         return hook(type);
     }
-    return {};
+    std::vector<DRMX_Settings::DRMXOutputSelector> outputs = DRMXDeviceObserverCoreAudio::EnumOutputs();
+    if (type != DRMX_Settings::kOutputTypeAny)
+    {
+        std::erase_if(outputs, [type](const auto& output) { return output.GetType() != type; });
+    }
+    return outputs;
 }
 
 bool CheckDeviceInitializedPlatformSpecific(const std::string&)
 {
-    // No virtual device is expected by default on this platform, so the check holds.
-    return true;
+    const std::vector<std::string> names = DRMXVirtualDeviceNames::GetVirtualDefaultDeviceNames();
+    if (names.empty())
+    {
+        return true;
+    }
+    const auto inputs = DRMXDeviceObserverCoreAudio::EnumInputs();
+    return std::all_of(names.begin(), names.end(),
+                       [&](const std::string& name)
+                       {
+                           return std::any_of(inputs.begin(), inputs.end(),
+                                              [&](const auto& input)
+                                              { return input.GetName().find(name) != std::string::npos; });
+                       });
 }
 
 bool IsMicrophoneConnectedPlatformSpecific()
@@ -106,12 +174,27 @@ bool IsMicrophoneConnectedPlatformSpecific()
     {
         return hook();
     }
-    return false;
+    const auto usb = DRMXDeviceObserverUSB::Shared();
+    return usb && usb->IsAnyMicrophoneConnected();
 }
 
 bool IsAnyDFUMicrophoneConnectedPlatformSpecific()
 {
-    return false;
+    const auto usb = DRMXDeviceObserverUSB::Shared();
+    return usb && usb->IsAnyDFUMicrophoneConnected();
+}
+
+std::weak_ptr<DRMXMicrophoneInterface> GetMicrophoneHelperPlatformSpecific(const std::string& hardwareId)
+{
+    const auto usb = DRMXDeviceObserverUSB::Shared();
+    return usb ? usb->GetMicrophoneInterfaceWithHardwareID(hardwareId)
+               : std::weak_ptr<DRMXMicrophoneInterface>();
+}
+
+std::weak_ptr<DRMXMicrophoneInterface> GetFirstDFUMicrophonePlatformSpecific()
+{
+    const auto usb = DRMXDeviceObserverUSB::Shared();
+    return usb ? usb->GetFirstDFUMicrophoneInterface() : std::weak_ptr<DRMXMicrophoneInterface>();
 }
 
 bool ActivateAppAudioDevicePlatformSpecific(const DRMX_Settings::DRMXInputSelector& selector,
@@ -119,7 +202,12 @@ bool ActivateAppAudioDevicePlatformSpecific(const DRMX_Settings::DRMXInputSelect
 {
     if (auto hook = CurrentHooks().activateAppAudioDevice)
     {
-        return hook(selector, devicePath);
+        // The capture device that appears now is the application's own: the
+        // audio observer must not take it for a device the user plugged in.
+        DRMXDeviceObserverCoreAudio::DisableDeviceObserverCallback();
+        const bool made = hook(selector, devicePath);
+        DRMXDeviceObserverCoreAudio::EnableDeviceObserverCallback();
+        return made;
     }
     return false;
 }

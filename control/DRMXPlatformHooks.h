@@ -7,6 +7,7 @@
 
 #include "control/DRMXInputInterface.h"
 #include "control/DRMXMixerBase.h"
+#include "microphones/DRMXMicrophoneInterface.h"
 #include "observers/DRMXDeviceObserverBase.h"
 #include "observers/DRMXPowerStateObserverBase.h"
 #include "settings/DRMXSettings.h"
@@ -27,6 +28,10 @@ std::vector<DRMX_Settings::DRMXOutputSelector> GetAvailableOutputsPlatformSpecif
 bool CheckDeviceInitializedPlatformSpecific(const std::string& name);
 bool IsMicrophoneConnectedPlatformSpecific();
 bool IsAnyDFUMicrophoneConnectedPlatformSpecific();
+// The control object of the microphone whose serial number fits the hardware
+// id, and the first microphone in DFU mode; empty without a USB observer.
+std::weak_ptr<DRMXMicrophoneInterface> GetMicrophoneHelperPlatformSpecific(const std::string& hardwareId);
+std::weak_ptr<DRMXMicrophoneInterface> GetFirstDFUMicrophonePlatformSpecific();
 // The capture device that carries one application's sound: made (true, with
 // its device path) or deleted. Without application audio nothing is made.
 bool ActivateAppAudioDevicePlatformSpecific(const DRMX_Settings::DRMXInputSelector& selector,

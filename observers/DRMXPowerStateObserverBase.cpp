@@ -13,7 +13,8 @@ KVCMap* DRMXPowerStateObserverBase::GetMyObjectProperties()
 {
     static KVCMap* const sClassProperties =
         KVCMapBuilder<DRMXPowerStateObserverBase>(DRAVObject::GetMyObjectProperties())
-            .Int(kPropertPowerStateNotification, nullptr, &DRMXPowerStateObserverBase::PowerStateObserverChange)
+            .Int(kPropertPowerStateNotification, nullptr,
+                 &DRMXPowerStateObserverBase::PowerStateObserverChange)
             .Build();
     return sClassProperties;
 }

@@ -16,6 +16,7 @@
 #include "engine/media/DRAVAudioBufferList.h"
 #include "engine/media/DRAVBufferRAM.h"
 #include "engine/media/DRAVMediaBufferLock.h"
+#include "platform/Platform.h"
 #include "portable-core/BreakIntoDebugger.h"
 #include "portable-core/CDplThreadMutex.h"
 #include "portable-core/DplDispatchQueue.h"
@@ -347,6 +348,12 @@ void DRAVMultiChannelAudioMixerCoreAudio::Impl::SleepUntil(DRAVTimestamp until, 
 void DRAVMultiChannelAudioMixerCoreAudio::Impl::RunLoop(const std::weak_ptr<Impl>& weakImpl,
                                                         uint64_t loopGeneration)
 {
+    // No device layer drives this thread, so nobody else asks real-time
+    // scheduling for it. A refusal is the backend's to log; the loop runs anyway.
+    if (const auto platform = tidemix::platform::Platform::Current())
+    {
+        platform->RequestRealtimeForCurrentThread();
+    }
     {
         const std::shared_ptr<Impl> impl = weakImpl.lock();
         if (!impl)

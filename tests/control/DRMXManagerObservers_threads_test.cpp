@@ -1,0 +1,243 @@
+// The manager with its real device and power observers on the simulated
+// platform, mixing for real; only the main microphone's unit is a stand-in.
+
+#include <gtest/gtest.h>
+
+#include "control/DRMXInput.h"
+#include "control/DRMXManager.h"
+#include "control/DRMXOutput.h"
+#include "control/DRMXPlatformHooks.h"
+#include "control/ManagerFakes.h"
+#include "engine/DRAVManager.h"
+#include "observers/DRMXDeviceObserverCoreAudio.h"
+#include "observers/DRMXDeviceObserverUSB.h"
+#include "platform/Platform.h"
+#include "platform/sim/SimPlatform.h"
+#include "support/MixObjectsTestSupport.h"
+#include "support/ObserverTestSupport.h"
+
+namespace
+{
+using namespace DRMX_Settings;
+using tidemix::platform::Platform;
+using tidemix::platform::sim::SimDeviceSpec;
+using tidemix::platform::sim::SimPlatform;
+using tidemix::test::FakeMicrophone;
+using tidemix::test::ObserverRecorder;
+using tidemix::test::PlugSimMicrophone;
+using tidemix::test::SettleObservers;
+using tidemix::test::SimMicrophone;
+using tidemix::test::UnplugSimMicrophone;
+using Events = std::vector<std::string>;
+
+class ManagerObservers : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        platform_ = std::make_shared<SimPlatform>();
+        Platform::Use(platform_);
+        DRMXDeviceObserverCoreAudio::ResetMainMicrophoneID();
+        tidemix::test::AddSimMicrophone(platform_->World(), "tone", {}, 480, {});
+        tidemix::test::AddSimSpeaker(platform_->World(), "phones");
+        tidemix::test::AddSimSpeaker(platform_->World(), "stream");
+        microphone_ = PlugSimMicrophone(*platform_, 0x0B21, "MIC1");
+
+        DRMXPlatformHooks hooks;
+        hooks.createInput =
+            [this](const DRMXInputSelector& selector, std::shared_ptr<DRMXInputInterface>* out)
+        {
+            if (selector.GetType() == kInputTypeMainMicrophone)
+            {
+                auto microphone = std::make_shared<FakeMicrophone>(events_);
+                std::lock_guard lock(mutex_);
+                microphones_.push_back(microphone);
+                *out = microphone;
+            }
+            else
+            {
+                *out = std::make_shared<DRMXInput>(selector);
+            }
+            return DRAVResult(kDRAVResultOk);
+        };
+        hooks.activateAppAudioDevice = [this](const DRMXInputSelector&, std::string& path)
+        {
+            path = std::to_string(
+                platform_->World().AddDevice(SimDeviceSpec::Microphone("app.player", "Player")));
+            platform_->World().FlushNotifications();
+            return true;
+        };
+        formerHooks_ = DRMXSetPlatformHooks(hooks);
+        manager_ = DRMXManager::GetDRMXManager();
+        ASSERT_TRUE(manager_->Init("").Succeeded());
+        manager_->AttachDeviceChangeObserver(recorder_.Property(), kDeviceNotificationAny);
+        manager_->UpdateMainMicrophoneCache();
+        for (const auto& [type, output] :
+             {std::pair{kMixerLocal, "phones"}, std::pair{kMixerStream, "stream"}})
+        {
+            const auto mix = manager_->GetMixerForType(type);
+            DRMXInputSelector selector;
+            selector.SetType(kInputTypeHardware);
+            selector.SetHardwareId("tone");
+            selector.SetMixerNodeID(1);
+            std::shared_ptr<DRMXInputInterface> input;
+            ASSERT_TRUE(manager_->CreateInput(selector, &input).Succeeded());
+            mix->AddInput(input);
+            DRMXOutputSelector outputSelector;
+            outputSelector.SetType(kOutputTypeHardware);
+            outputSelector.SetHardwareId(output);
+            auto out = std::make_shared<DRMXOutput>(outputSelector);
+            out->SetBufferSizeFrameCount(manager_->GetAudioBufferFrameCount());
+            mix->SetOutput(out);
+            ASSERT_TRUE(mix->ConfigureMixerNodes().Succeeded());
+        }
+        ASSERT_TRUE(manager_->StartMixing().Succeeded());
+    }
+
+    void TearDown() override
+    {
+        manager_->DetachDeviceChangeObserver(recorder_.Property());
+        manager_->StopMixing();
+        for (const auto type : {kMixerLocal, kMixerStream})
+        {
+            manager_->GetMixerForType(type)->EraseAllChannels();
+        }
+        manager_->Deinit();
+        DRMXSetPlatformHooks(formerHooks_);
+        DRAVManager::GetDRAVManager()->Deinit();
+        Platform::Use(nullptr);
+    }
+
+    std::shared_ptr<FakeMicrophone> CachedMicrophone()
+    {
+        std::shared_ptr<DRMXMicrophoneInterface> microphone;
+        manager_->GetMicrophoneInterface(DRMXInputSelector(), &microphone);
+        return std::dynamic_pointer_cast<FakeMicrophone>(microphone);
+    }
+
+    std::shared_ptr<DRMXMicrophoneInterface> ControlObject(const std::string& serial)
+    {
+        return DRMXDeviceObserverUSB::Shared()->GetMicrophoneInterfaceWithHardwareID(serial).lock();
+    }
+
+    std::shared_ptr<SimPlatform> platform_;
+    SimMicrophone microphone_;
+    tidemix::test::EventLog events_;
+    std::mutex mutex_;
+    std::vector<std::shared_ptr<FakeMicrophone>> microphones_;
+    ObserverRecorder recorder_;
+    DRMXPlatformHooks formerHooks_;
+    DRMXManager* manager_ = nullptr;
+};
+
+TEST_F(ManagerObservers, DevicesComingAndGoingWhileMixingPostInOrder)
+{
+    const uint32_t speaker = platform_->World().AddDevice(SimDeviceSpec::Speaker("usb.speaker", "Speaker"));
+    SettleObservers(*platform_);
+    platform_->World().RemoveDevice(speaker);
+    SettleObservers(*platform_);
+    EXPECT_EQ(recorder_.Events(), (Events{"CoreAudioOutputsAddedNotification usb.speaker", "value 3",
+                                          "CoreAudioOutputsRemovedNotification usb.speaker", "value 3"}));
+    EXPECT_TRUE(manager_->IsMixing());
+
+    // Disabled observers stay silent; the notification center still posts.
+    recorder_.Clear();
+    manager_->EnableDeviceNotification(false);
+    platform_->World().AddDevice(SimDeviceSpec::Speaker("usb.speaker2", "Speaker 2"));
+    SettleObservers(*platform_);
+    manager_->EnableDeviceNotification(true);
+    EXPECT_EQ(recorder_.Events(), (Events{"CoreAudioOutputsAddedNotification usb.speaker2"}));
+
+    // An application's capture device made behind the gate is not reported
+    // as a plug; the next comparison finds it.
+    recorder_.Clear();
+    std::string path;
+    ASSERT_TRUE(ActivateAppAudioDevicePlatformSpecific(DRMXInputSelector(), path));
+    SettleObservers(*platform_);
+    EXPECT_TRUE(recorder_.Events().empty());
+    platform_->World().RemoveDevice(speaker + 1);
+    SettleObservers(*platform_);
+    EXPECT_EQ(recorder_.Events().front(), "CoreAudioInputsAddedNotification app.player");
+}
+
+TEST_F(ManagerObservers, TheCachedMicrophoneFollowsItsDeviceAndOnlyOneIsMain)
+{
+    const auto firstControl = ControlObject("MIC1");
+    ASSERT_NE(firstControl, nullptr);
+    ASSERT_NE(CachedMicrophone(), nullptr);
+    EXPECT_NE(CachedMicrophone()->hardwareId.find("MIC1"), std::string::npos);
+
+    // A second microphone is a further one; the first stays main.
+    const SimMicrophone second = PlugSimMicrophone(*platform_, 0x0B23, "MIC2");
+    SettleObservers(*platform_);
+    int mains = 0;
+    for (const auto& input : manager_->GetAvailableInputs(kInputTypeAny))
+    {
+        mains += input.GetType() == kInputTypeMainMicrophone ? 1 : 0;
+    }
+    EXPECT_EQ(mains, 1);
+    EXPECT_NE(manager_->GetMainMicrophoneInput().GetHardwareId().find("MIC1"), std::string::npos);
+    UnplugSimMicrophone(*platform_, second);
+
+    // Unplugged: no microphone is cached. Plugged again: a new control object,
+    // and the cache follows it.
+    UnplugSimMicrophone(*platform_, microphone_);
+    SettleObservers(*platform_);
+    EXPECT_EQ(CachedMicrophone(), nullptr);
+    EXPECT_FALSE(manager_->IsMicrophoneConnected());
+    microphone_ = PlugSimMicrophone(*platform_, 0x0B21, "MIC1");
+    SettleObservers(*platform_);
+    const auto secondControl = ControlObject("MIC1");
+    ASSERT_NE(secondControl, nullptr);
+    EXPECT_NE(secondControl, firstControl);
+    EXPECT_TRUE(manager_->IsMicrophoneConnected());
+    ASSERT_NE(CachedMicrophone(), nullptr);
+    EXPECT_NE(CachedMicrophone()->hardwareId.find("MIC1"), std::string::npos);
+}
+
+TEST_F(ManagerObservers, SleepStopsMixingBeforeItIsAllowedAndWakeBringsTheSameLayoutBack)
+{
+    const auto microphone = CachedMicrophone();
+    ASSERT_NE(microphone, nullptr);
+    auto layout = [this]
+    {
+        std::vector<std::string> ids;
+        for (const auto type : {kMixerLocal, kMixerStream})
+        {
+            for (const auto& input : manager_->GetMixerForType(type)->GetInputs())
+            {
+                ids.push_back(input->GetSelector().GetHardwareId());
+            }
+        }
+        return ids;
+    };
+    const auto before = layout();
+    std::atomic<bool> mixingWhenAllowed{true};
+    std::atomic<bool> ledsOffWhenAllowed{false};
+    platform_->PowerSource().SetSleepAllowedProbe(
+        [&]
+        {
+            mixingWhenAllowed.store(manager_->IsMixing());
+            ledsOffWhenAllowed.store(microphone->ledsOff.load());
+        });
+    platform_->PowerSource().Sleep();
+    EXPECT_FALSE(mixingWhenAllowed.load());
+    EXPECT_TRUE(ledsOffWhenAllowed.load());
+    EXPECT_FALSE(manager_->IsSystemAwake());
+    EXPECT_FALSE(manager_->IsMicrophoneConnected()) << "asleep, no microphone is reported";
+
+    platform_->PowerSource().Wake();
+    EXPECT_TRUE(manager_->IsMixing());
+    EXPECT_FALSE(microphone->ledsOff.load());
+    EXPECT_EQ(layout(), before);
+
+    // Without a cached microphone a sleep leaves everything as it is.
+    UnplugSimMicrophone(*platform_, microphone_);
+    SettleObservers(*platform_);
+    ASSERT_EQ(CachedMicrophone(), nullptr);
+    platform_->PowerSource().Sleep();
+    EXPECT_TRUE(manager_->IsMixing());
+    EXPECT_TRUE(manager_->IsSystemAwake());
+}
+
+}  // namespace
