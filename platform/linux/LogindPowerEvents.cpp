@@ -118,11 +118,21 @@ struct LogindPowerEvents::State
     void Run()
     {
         DplSetCurrentThreadName("power.events");
-        if (!Connect())
+        if (Connect())
         {
-            return;
+            SyncLock();
+            Loop();
         }
-        SyncLock();
+        // Released here, on the thread that used them.
+        delayLock.reset();
+        sleepMatch.reset();
+        ownerMatch.reset();
+        bus.reset();
+    }
+
+    // Until stopped or the bus is gone; without work it waits in poll.
+    void Loop()
+    {
         while (!stopping.load())
         {
             const int r = sd_bus_process(bus.get(), nullptr);
@@ -152,11 +162,6 @@ struct LogindPowerEvents::State
                 SyncLock();
             }
         }
-        // Released here, on the thread that used them.
-        delayLock.reset();
-        sleepMatch.reset();
-        ownerMatch.reset();
-        bus.reset();
     }
 
     bool Connect()
