@@ -32,6 +32,18 @@ if(TIDEMIX_HAVE_LIBUSB AND TIDEMIX_BUILD_TESTS)
 endif()
 message(STATUS "Tidemix: umockdev tests ${TIDEMIX_HAVE_UMOCKDEV}")
 
+# libsystemd's sd-bus reaches logind (sleep, wake, idle inhibitors) and
+# RealtimeKit on the linux backend; without it the backend reports no sleep or
+# wake and asks the kernel alone for real-time scheduling.
+set(TIDEMIX_HAVE_SYSTEMD OFF)
+if(TIDEMIX_WITH_SYSTEMD)
+  pkg_check_modules(SYSTEMD IMPORTED_TARGET libsystemd)
+  if(SYSTEMD_FOUND)
+    set(TIDEMIX_HAVE_SYSTEMD ON)
+  endif()
+endif()
+message(STATUS "Tidemix: sd-bus (logind, RealtimeKit) ${TIDEMIX_HAVE_SYSTEMD}")
+
 if(TIDEMIX_BUILD_TESTS)
   find_package(GTest REQUIRED)
   include(GoogleTest)

@@ -9,6 +9,7 @@ packages=(
   libsamplerate0-dev libboost-dev rapidjson-dev
   libpipewire-0.3-dev pipewire wireplumber dbus
   libusb-1.0-0-dev umockdev libumockdev-dev
+  libsystemd-dev python3-dbusmock
   clang libclang-rt-14-dev
   locales
 )

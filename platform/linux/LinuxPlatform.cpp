@@ -5,6 +5,7 @@
 #include "platform/EmptyAudioSystem.h"
 #include "platform/EmptyUsbBus.h"
 #include "platform/linux/LibUsbBus.h"
+#include "platform/linux/RealtimeScheduling.h"
 #include "platform/pipewire/PipeWireAudioSystem.h"
 #include "portable-core/DRAVLog.h"
 
@@ -47,6 +48,14 @@ UsbBus& LinuxPlatform::Usb()
                        }
                    });
     return *usb_;
+}
+
+RealtimeGrant LinuxPlatform::RequestRealtimeForCurrentThread()
+{
+    // One for the process, so that a refusal is logged once however many
+    // platforms and audio threads there are.
+    static RealtimeScheduling scheduling;
+    return scheduling.RequestForCurrentThread();
 }
 
 LinuxPlatform::~LinuxPlatform() = default;

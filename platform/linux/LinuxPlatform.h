@@ -3,8 +3,9 @@
 #include <memory>
 #include <mutex>
 
-#include "platform/CountingProcessActivity.h"
 #include "platform/Platform.h"
+#include "platform/linux/LogindPowerEvents.h"
+#include "platform/linux/LogindProcessActivity.h"
 
 namespace tidemix::platform::linuxos
 {
@@ -23,12 +24,18 @@ public:
     // libusb starts on first use, so a host that never asks for USB never
     // touches the machine's devices.
     UsbBus& Usb() override;
+    // Sleep and wake from logind; the bus is reached on the first listener.
+    PowerEvents& Power() override { return power_; }
+    // RealtimeKit, else SCHED_FIFO, else the thread stays as it is (logged
+    // once per process).
+    RealtimeGrant RequestRealtimeForCurrentThread() override;
 
 private:
     std::unique_ptr<AudioSystem> audio_;
     std::once_flag usbOnce_;
     std::unique_ptr<UsbBus> usb_;
-    CountingProcessActivity activity_;
+    LogindProcessActivity activity_;
+    LogindPowerEvents power_;
 };
 
 }  // namespace tidemix::platform::linuxos
