@@ -74,6 +74,9 @@ bus_address="$(dbus-daemon --session --fork --nopidfile --print-address=1 --prin
   --address="unix:path=$runtime/bus" 3>"$work/bus.pid" 2>"$work/dbus.log" | head -n1)"
 pids+=("$(cat "$work/bus.pid")")
 export DBUS_SESSION_BUS_ADDRESS="$bus_address"
+# The library's logind and RealtimeKit clients look at the system bus: point
+# them at the private bus, where neither exists, never at the host's.
+export DBUS_SYSTEM_BUS_ADDRESS="$bus_address"
 
 pipewire >"$work/pipewire.log" 2>&1 &
 pids+=("$!")
