@@ -77,10 +77,10 @@ int64_t FirmwareVersionOf(uint16_t vendorId, uint16_t productId, const std::stri
 
 // The first microphone an enumeration meets after a reset is the main one,
 // and stays so while it is remembered.
-DRMXInputType ClaimMainMicrophone(const DRAVDeviceCapabilitiesAudioCapture& caps)
+DRMXInputType ClaimMainMicrophone(const DRAVDeviceCapabilitiesAudioCapture& caps, const std::string& hardwareId)
 {
     const DRMXDeviceObserverCoreAudio::MainMicrophoneDeviceID self{caps.usbInfoValid, caps.vendorId,
-                                                                   caps.productId, caps.location};
+                                                                   caps.productId, caps.location, hardwareId};
     const auto& main = gMainMicrophoneDeviceID;
     if (main.vendorId != 0 && main.productId != 0 && !(main == self))
     {
@@ -318,7 +318,7 @@ std::vector<DRMXInputSelector> DRMXDeviceObserverCoreAudio::EnumInputs()
             if (IsRuntimeMicrophone(caps->vendorId, caps->productId))
             {
                 selector.SetFWVersion(FirmwareVersionOf(caps->vendorId, caps->productId, device.hardwareId));
-                selector.SetType(ClaimMainMicrophone(*caps));
+                selector.SetType(ClaimMainMicrophone(*caps, device.hardwareId));
             }
             else if (caps->outputType == kOutputTypeHardware)
             {

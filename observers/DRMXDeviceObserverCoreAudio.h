@@ -28,6 +28,10 @@ public:
         uint16_t vendorId = 0;
         uint16_t productId = 0;
         uint32_t location = 0;
+        // The audio device's hardware id, which carries the serial number:
+        // capabilities keep only 16 bits of the location, which are 0 for
+        // every microphone on a root port of a Linux bus.
+        std::string hardwareId;
         bool operator==(const MainMicrophoneDeviceID&) const = default;
     };
 

@@ -31,9 +31,7 @@ struct SimUsbBus::State
     mutable std::mutex mutex;
     std::map<uint32_t, std::shared_ptr<SimDevice>> devices;
     std::vector<SimUsbRequest> log;
-    // Each location differs in its low 16 bits too, which is all an audio
-    // device's capabilities keep of it.
-    uint32_t nextLocation = 0x14100001;
+    uint32_t nextLocation = 0x14100000;
     uint64_t nextRegistryId = 0x100000A00;
 
     // Held while listeners run, so that RemoveListener waits for a running
@@ -260,7 +258,7 @@ uint32_t SimUsbBus::Plug(const SimUsbDeviceSpec& spec, uint32_t locationId)
             do
             {
                 locationId = state_->nextLocation;
-                state_->nextLocation += 0x10001;
+                state_->nextLocation += 0x10000;
             } while (state_->devices.count(locationId) != 0);
         }
         else if (state_->devices.count(locationId) != 0)
