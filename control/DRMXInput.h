@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "control/DRMXCaptureSourceSlot.h"
 #include "control/DRMXInputBase.h"
 #include "engine/sources/DRAVSourceAudioCaptureCoreAudio.h"
 #include "portable-core/CDplThreadMutex.h"
@@ -17,14 +18,7 @@
 class DRMXInput : public DRMXInputBase
 {
 public:
-    // The source's ring holds this many blocks, and the first block that
-    // arrives is replaced by kStartFillBlocks of silence. However the device's
-    // packets fall against the mix's pulls (512 frames at 44100 Hz finish a
-    // block after 11.6 or 23.2 ms), a pull then finds at least one whole
-    // block, and the ring never holds more than three.
-    static constexpr int64_t kRingBlocks = 4;
-    static constexpr int64_t kStartFillBlocks = 2;
-    static constexpr int64_t kDefaultBufferFrameCount = 1000;
+    static constexpr int64_t kDefaultBufferFrameCount = DRMXCaptureSourceSlot::kDefaultBufferFrameCount;
 
     explicit DRMXInput(const DRMX_Settings::DRMXInputSelector& selector = DRMX_Settings::DRMXInputSelector(),
                        const std::string& name = "Input");
@@ -53,7 +47,6 @@ public:
     static std::string GetDevicePathForSelector(const DRMX_Settings::DRMXInputSelector& selector);
 
 private:
-    struct Impl;
     struct AppAudioEntry
     {
         std::string devicePath;  // empty: the application has no device
@@ -69,5 +62,5 @@ private:
     static std::map<std::string, AppAudioEntry>& AppAudioDeviceMapping();
     static CDplThreadMutex& AppAudioMappingLock();
 
-    std::unique_ptr<Impl> impl_;
+    DRMXCaptureSourceSlot capture_;
 };

@@ -460,6 +460,30 @@ std::shared_ptr<DRMXMixerBase> DRMXManager::GetMixerForType(const DRMXMixerType&
     return found == mixers_.end() ? nullptr : found->second;
 }
 
+std::vector<std::shared_ptr<DRMXMixerNodeBase>> DRMXManager::GetMixerNodes(const DRMXMixerType& type)
+{
+    const std::shared_ptr<DRMXMixerBase> mixer = GetMixerForType(type);
+    return mixer ? mixer->GetMixerNodes() : std::vector<std::shared_ptr<DRMXMixerNodeBase>>();
+}
+
+DRAVResult DRMXManager::GetMixerNode(const DRMXMixerType& type, const DRMXInputSelector& selector,
+                                     std::shared_ptr<DRMXMixerNodeBase>* out)
+{
+    if (out == nullptr)
+    {
+        return DRAVResult(kDRAVResultErrNullPointer);
+    }
+    for (const auto& node : GetMixerNodes(type))
+    {
+        if (node && node->GetInputSelector().GetInputID() == selector.GetInputID())
+        {
+            *out = node;
+            return DRAVResult(kDRAVResultOk);
+        }
+    }
+    return DRAVResult(kDRAVResultErrNotFound);
+}
+
 DRMXMixerType DRMXManager::GetMonitorMixerType() const
 {
     return impl_->monitorMixerType.load();

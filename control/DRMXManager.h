@@ -58,7 +58,7 @@ public:
     std::vector<DRMX_Settings::DRMXOutputSelector> GetAvailableOutputs(
         const DRMX_Settings::DRMXOutputType& type, const DRMX_Settings::DRMXOutputTerminalType& terminal);
     std::vector<DRMX_Settings::DRMXOutputSelector> GetAvailableOutputs(DRMX_Settings::DRMXOutputType type,
-                                                                     std::string name);
+                                                                       std::string name);
     DRMX_Settings::DRMXInputSelector GetMainMicrophoneInput();
     DRMX_Settings::DRMXOutputSelector GetMainMicrophoneOutput();
     DRAVResult GetMicrophoneInterface(const DRMX_Settings::DRMXInputSelector& selector,
@@ -84,6 +84,12 @@ public:
     DRAVResult DetachDeviceChangeObserver(KVObserver* observer);
     void EnableDeviceNotification(bool enable);
     std::shared_ptr<DRMXMixerBase> GetMixerForType(const DRMX_Settings::DRMXMixerType& type) const;
+    // The nodes of a mix; empty when the mix is missing.
+    std::vector<std::shared_ptr<DRMXMixerNodeBase>> GetMixerNodes(const DRMX_Settings::DRMXMixerType& type);
+    // The node whose input has the selector's inputId.
+    DRAVResult GetMixerNode(const DRMX_Settings::DRMXMixerType& type,
+                            const DRMX_Settings::DRMXInputSelector& selector,
+                            std::shared_ptr<DRMXMixerNodeBase>* out);
     DRMX_Settings::DRMXMixerType GetMonitorMixerType() const;
     void SetMonitorMixerType(const DRMX_Settings::DRMXMixerType& type);
     bool GetLevelMeteringEnabled() const;

@@ -8,9 +8,9 @@
 
 #include "control/DRMXApplicationBundle.h"
 #include "control/DRMXManagerLocks.h"
+#include "control/DRMXMicrophoneBase.h"
 #include "control/DRMXPlatformHooks.h"
 #include "engine/devices/DRMXVirtualDeviceNames.h"
-#include "microphones/DRMXMicrophoneConfigurable.h"
 #include "observers/DRMXDeviceObserverCoreAudio.h"
 #include "observers/appaudio/DRMXDeviceObserverAppAudio.h"
 #include "portable-core/DRAVLog.h"
@@ -197,9 +197,9 @@ DRAVResult DRMXManager::SetupMicrophoneInterface(const std::shared_ptr<DRMXMicro
     DRMXMicrophoneSettings settings;
     if (GetMicrophoneSettings(settings).Succeeded())
     {
-        if (auto* configurable = dynamic_cast<DRMXMicrophoneConfigurable*>(microphone.get()))
+        if (auto* base = dynamic_cast<DRMXMicrophoneBase*>(microphone.get()))
         {
-            configurable->UpdateConfigurationBySettings(settings, true);
+            base->UpdateConfigurationBySettings(settings, true);
         }
         if (auto* unit = dynamic_cast<DRMXAudioUnitInterface*>(microphone.get()))
         {

@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "control/DRMXInput.h"
+#include "control/DRMXMicrophone.h"
 #include "control/DRMXMixer.h"
 #include "engine/devices/DRMXVirtualDeviceNames.h"
 #include "observers/DRMXDeviceObserverCoreAudio.h"
@@ -95,11 +96,13 @@ DRAVResult CreateInputPlatformSpecific(const DRMX_Settings::DRMXInputSelector& s
     {
         return hook(selector, out);
     }
-    // The main microphone is a microphone object, which this platform doesn't
-    // make yet; every other kind is a plain input.
     if (selector.GetType() == DRMX_Settings::kInputTypeMainMicrophone)
     {
-        return DRAVResult(kDRAVResultErrNotImplemented);
+        auto microphone =
+            std::make_shared<DRMXMicrophone>(selector.GetName(), GetTypeById(selector.GetProductId()));
+        microphone->SetSelector(selector);
+        *out = microphone;
+        return DRAVResult(kDRAVResultOk);
     }
     *out = std::make_shared<DRMXInput>(selector);
     return DRAVResult(kDRAVResultOk);

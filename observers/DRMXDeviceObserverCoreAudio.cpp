@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "engine/devices/DRAVDeviceCoreAudio.h"
+#include "microphones/DRMXMicrophoneAccess.h"
 #include "microphones/DRMXMicrophoneHelper.h"
 #include "microphones/DRMXMicrophoneReed.h"
 #include "microphones/DRMXNotificationCenter.h"
@@ -30,8 +31,7 @@ std::atomic<bool> gCallbackGate{true};
 
 // Two kinds of user choose the main microphone: the comparison on the main
 // queue and GetAvailableInputs on any thread. One lock over a whole
-// enumeration keeps the choice (read, compare, claim) in one piece, and keeps
-// two enumerations from reading the same control object's block at once.
+// enumeration keeps the choice (read, compare, claim) in one piece.
 std::mutex gEnumerationMutex;
 DRMXDeviceObserverCoreAudio::MainMicrophoneDeviceID gMainMicrophoneDeviceID;
 
@@ -65,6 +65,7 @@ int64_t FirmwareVersionOf(uint16_t vendorId, uint16_t productId, const std::stri
             usb ? usb->GetMicrophoneInterfaceWithHardwareID(hardwareId).lock() : nullptr;
         if (auto* reed = dynamic_cast<DRMXMicrophoneHelper<DRMXMicrophoneReed>*>(control.get()))
         {
+            std::lock_guard access(DRMXMicrophoneAccessMutex());
             int bytes = 0;
             if (reed->ReadMicrophoneConfiguration(bytes).Succeeded() && bytes == 16)
             {
@@ -77,7 +78,8 @@ int64_t FirmwareVersionOf(uint16_t vendorId, uint16_t productId, const std::stri
 
 // The first microphone an enumeration meets after a reset is the main one,
 // and stays so while it is remembered.
-DRMXInputType ClaimMainMicrophone(const DRAVDeviceCapabilitiesAudioCapture& caps, const std::string& hardwareId)
+DRMXInputType ClaimMainMicrophone(const DRAVDeviceCapabilitiesAudioCapture& caps,
+                                  const std::string& hardwareId)
 {
     const DRMXDeviceObserverCoreAudio::MainMicrophoneDeviceID self{caps.usbInfoValid, caps.vendorId,
                                                                    caps.productId, caps.location, hardwareId};

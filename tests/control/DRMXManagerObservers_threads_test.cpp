@@ -1,18 +1,20 @@
-// The manager with its real device and power observers on the simulated
-// platform, mixing for real; only the main microphone's unit is a stand-in.
+// The manager with its real device and power observers and its real main
+// microphone on the simulated platform, mixing for real.
 
 #include <gtest/gtest.h>
 
+#include "control/DRMXAudioUnitInterface.h"
 #include "control/DRMXInput.h"
 #include "control/DRMXManager.h"
+#include "control/DRMXMicrophone.h"
 #include "control/DRMXOutput.h"
 #include "control/DRMXPlatformHooks.h"
-#include "control/ManagerFakes.h"
 #include "engine/DRAVManager.h"
 #include "observers/DRMXDeviceObserverCoreAudio.h"
 #include "observers/DRMXDeviceObserverUSB.h"
 #include "platform/Platform.h"
 #include "platform/sim/SimPlatform.h"
+#include "portable-core/DRAVPropertyNames.h"
 #include "support/MixObjectsTestSupport.h"
 #include "support/ObserverTestSupport.h"
 
@@ -22,7 +24,6 @@ using namespace DRMX_Settings;
 using tidemix::platform::Platform;
 using tidemix::platform::sim::SimDeviceSpec;
 using tidemix::platform::sim::SimPlatform;
-using tidemix::test::FakeMicrophone;
 using tidemix::test::ObserverRecorder;
 using tidemix::test::PlugSimMicrophone;
 using tidemix::test::SettleObservers;
@@ -44,22 +45,6 @@ protected:
         microphone_ = PlugSimMicrophone(*platform_, 0x0B21, "MIC1");
 
         DRMXPlatformHooks hooks;
-        hooks.createInput =
-            [this](const DRMXInputSelector& selector, std::shared_ptr<DRMXInputInterface>* out)
-        {
-            if (selector.GetType() == kInputTypeMainMicrophone)
-            {
-                auto microphone = std::make_shared<FakeMicrophone>(events_);
-                std::lock_guard lock(mutex_);
-                microphones_.push_back(microphone);
-                *out = microphone;
-            }
-            else
-            {
-                *out = std::make_shared<DRMXInput>(selector);
-            }
-            return DRAVResult(kDRAVResultOk);
-        };
         hooks.activateAppAudioDevice = [this](const DRMXInputSelector&, std::string& path)
         {
             path = std::to_string(
@@ -108,11 +93,11 @@ protected:
         Platform::Use(nullptr);
     }
 
-    std::shared_ptr<FakeMicrophone> CachedMicrophone()
+    std::shared_ptr<DRMXMicrophone> CachedMicrophone()
     {
         std::shared_ptr<DRMXMicrophoneInterface> microphone;
         manager_->GetMicrophoneInterface(DRMXInputSelector(), &microphone);
-        return std::dynamic_pointer_cast<FakeMicrophone>(microphone);
+        return std::dynamic_pointer_cast<DRMXMicrophone>(microphone);
     }
 
     std::shared_ptr<DRMXMicrophoneInterface> ControlObject(const std::string& serial)
@@ -122,9 +107,6 @@ protected:
 
     std::shared_ptr<SimPlatform> platform_;
     SimMicrophone microphone_;
-    tidemix::test::EventLog events_;
-    std::mutex mutex_;
-    std::vector<std::shared_ptr<FakeMicrophone>> microphones_;
     ObserverRecorder recorder_;
     DRMXPlatformHooks formerHooks_;
     DRMXManager* manager_ = nullptr;
@@ -165,7 +147,7 @@ TEST_F(ManagerObservers, TheCachedMicrophoneFollowsItsDeviceAndOnlyOneIsMain)
     const auto firstControl = ControlObject("MIC1");
     ASSERT_NE(firstControl, nullptr);
     ASSERT_NE(CachedMicrophone(), nullptr);
-    EXPECT_NE(CachedMicrophone()->hardwareId.find("MIC1"), std::string::npos);
+    EXPECT_NE(CachedMicrophone()->GetHardwareId().find("MIC1"), std::string::npos);
 
     // A second microphone is a further one; the first stays main.
     const SimMicrophone second = PlugSimMicrophone(*platform_, 0x0B23, "MIC2");
@@ -192,7 +174,7 @@ TEST_F(ManagerObservers, TheCachedMicrophoneFollowsItsDeviceAndOnlyOneIsMain)
     EXPECT_NE(secondControl, firstControl);
     EXPECT_TRUE(manager_->IsMicrophoneConnected());
     ASSERT_NE(CachedMicrophone(), nullptr);
-    EXPECT_NE(CachedMicrophone()->hardwareId.find("MIC1"), std::string::npos);
+    EXPECT_NE(CachedMicrophone()->GetHardwareId().find("MIC1"), std::string::npos);
 }
 
 TEST_F(ManagerObservers, SleepStopsMixingBeforeItIsAllowedAndWakeBringsTheSameLayoutBack)
@@ -218,17 +200,17 @@ TEST_F(ManagerObservers, SleepStopsMixingBeforeItIsAllowedAndWakeBringsTheSameLa
         [&]
         {
             mixingWhenAllowed.store(manager_->IsMixing());
-            ledsOffWhenAllowed.store(microphone->ledsOff.load());
+            ledsOffWhenAllowed.store(microphone->GetMicrophoneAllLEDOff());
         });
     platform_->PowerSource().Sleep();
     EXPECT_FALSE(mixingWhenAllowed.load());
-    EXPECT_TRUE(ledsOffWhenAllowed.load());
+    EXPECT_TRUE(ledsOffWhenAllowed.load()) << "the device's LEDs were still on as the machine went to sleep";
     EXPECT_FALSE(manager_->IsSystemAwake());
     EXPECT_FALSE(manager_->IsMicrophoneConnected()) << "asleep, no microphone is reported";
 
     platform_->PowerSource().Wake();
     EXPECT_TRUE(manager_->IsMixing());
-    EXPECT_FALSE(microphone->ledsOff.load());
+    EXPECT_FALSE(microphone->GetMicrophoneAllLEDOff());
     EXPECT_EQ(layout(), before);
 
     // Without a cached microphone a sleep leaves everything as it is.
@@ -240,4 +222,38 @@ TEST_F(ManagerObservers, SleepStopsMixingBeforeItIsAllowedAndWakeBringsTheSameLa
     EXPECT_TRUE(manager_->IsSystemAwake());
 }
 
+}  // namespace
+
+namespace
+{
+TEST_F(ManagerObservers, MixingNeedsTheMicrophoneAndItsControlsReachTheDevice)
+{
+    manager_->StopMixing();
+    UnplugSimMicrophone(*platform_, microphone_);
+    SettleObservers(*platform_);
+    EXPECT_FALSE(manager_->StartMixing().Succeeded());
+    EXPECT_FALSE(manager_->IsMixing());
+    for (const auto type : {kMixerLocal, kMixerStream})
+    {
+        const auto mix = manager_->GetMixerForType(type);
+        EXPECT_FALSE(std::dynamic_pointer_cast<DRMXAudioUnitInterface>(mix)->IsUnitStarted());
+        EXPECT_FALSE(std::dynamic_pointer_cast<DRMXAudioUnitInterface>(mix->GetOutput())->IsUnitStarted());
+    }
+
+    microphone_ = PlugSimMicrophone(*platform_, 0x0B21, "MIC1");
+    SettleObservers(*platform_);
+    ASSERT_TRUE(manager_->StartMixing().Succeeded());
+    const auto microphone = CachedMicrophone();
+    ASSERT_NE(microphone, nullptr);
+    EXPECT_TRUE(microphone->IsUnitStarted()) << "the microphone's capture source runs while mixing";
+    microphone->SetDoubleProperty(kPropertyMicrophoneGain, 0.75);
+    microphone->SetBoolProperty(kPropertyMicrophoneMute, true);
+    // A control object of its own reads what the device now holds.
+    const auto control = ControlObject("MIC1");
+    ASSERT_NE(control, nullptr);
+    int bytes = 0;
+    ASSERT_TRUE(control->ReadMicrophoneConfiguration(bytes).Succeeded());
+    EXPECT_NEAR(control->GetMicrophoneGain(), 0.75, 0.01);
+    EXPECT_TRUE(control->GetMicrophoneMute());
+}
 }  // namespace
