@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "control/DRMXFirmwareUpdateInterface.h"
 #include "control/DRMXInputInterface.h"
 #include "control/DRMXMixerBase.h"
 #include "microphones/DRMXMicrophoneInterface.h"
@@ -68,6 +69,10 @@ public:
     bool IsDFUMicrophoneConnected();
     bool IsVirtualDeviceInitialized(std::string name);
     DRAVResult GetFirmwarePath(DRMXMicrophoneType type, std::string& path);
+    // A microphone already in DFU mode; empty if there is none.
+    std::weak_ptr<DRMXMicrophoneInterface> GetFirstDFUMicrophone();
+    // A new firmware update (the name isn't used).
+    std::shared_ptr<DRMXFirmwareUpdateInterface> GetFirmwareUpdater(const std::string& name);
     bool NeedsAdminPrivileges() const { return false; }
     // The mix runs at a fixed 48000 Hz: these change nothing.
     DRAVResult GetSupportedSamplerates(std::vector<uint32_t>& rates);

@@ -264,6 +264,16 @@ DRAVResult DRMXManager::GetFirmwarePath(DRMXMicrophoneType type, std::string& pa
                           : kDRAVResultErrNotFound);
 }
 
+std::weak_ptr<DRMXMicrophoneInterface> DRMXManager::GetFirstDFUMicrophone()
+{
+    return GetFirstDFUMicrophonePlatformSpecific();
+}
+
+std::shared_ptr<DRMXFirmwareUpdateInterface> DRMXManager::GetFirmwareUpdater(const std::string& name)
+{
+    return CreateFirmwareUpdaterPlatformSpecific(name);
+}
+
 DRAVResult DRMXManager::GetSupportedSamplerates(std::vector<uint32_t>&)
 {
     return DRAVResult(kDRAVResultErrNotImplemented);

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <mutex>
+#include <utility>
 
+#include "control/DRMXFirmwareUpdate.h"
 #include "control/DRMXInput.h"
 #include "control/DRMXMicrophone.h"
 #include "control/DRMXMixer.h"
@@ -198,6 +200,20 @@ std::weak_ptr<DRMXMicrophoneInterface> GetFirstDFUMicrophonePlatformSpecific()
 {
     const auto usb = DRMXDeviceObserverUSB::Shared();
     return usb ? usb->GetFirstDFUMicrophoneInterface() : std::weak_ptr<DRMXMicrophoneInterface>();
+}
+
+std::shared_ptr<DRMXFirmwareUpdateInterface> CreateFirmwareUpdaterPlatformSpecific(const std::string&)
+{
+    // The newest update lives on while the application polls it.
+    static std::mutex sUpdateMutex;
+    static std::shared_ptr<DRMXFirmwareUpdateInterface> gFirmwareUpdate;
+    auto update = std::make_shared<DRMXFirmwareUpdate>();
+    std::shared_ptr<DRMXFirmwareUpdateInterface> former;
+    {
+        std::lock_guard lock(sUpdateMutex);
+        former = std::exchange(gFirmwareUpdate, update);
+    }
+    return update;
 }
 
 bool ActivateAppAudioDevicePlatformSpecific(const DRMX_Settings::DRMXInputSelector& selector,

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "control/DRMXFirmwareUpdateInterface.h"
 #include "control/DRMXInputInterface.h"
 #include "control/DRMXMixerBase.h"
 #include "microphones/DRMXMicrophoneInterface.h"
@@ -32,6 +33,8 @@ bool IsAnyDFUMicrophoneConnectedPlatformSpecific();
 // id, and the first microphone in DFU mode; empty without a USB observer.
 std::weak_ptr<DRMXMicrophoneInterface> GetMicrophoneHelperPlatformSpecific(const std::string& hardwareId);
 std::weak_ptr<DRMXMicrophoneInterface> GetFirstDFUMicrophonePlatformSpecific();
+// A new firmware update, which also stays alive as the process's newest.
+std::shared_ptr<DRMXFirmwareUpdateInterface> CreateFirmwareUpdaterPlatformSpecific(const std::string& name);
 // The capture device that carries one application's sound: made (true, with
 // its device path) or deleted. Without application audio nothing is made.
 bool ActivateAppAudioDevicePlatformSpecific(const DRMX_Settings::DRMXInputSelector& selector,

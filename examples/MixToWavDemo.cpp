@@ -7,10 +7,10 @@
 
 #include "engine/DRAVManager.h"
 #include "engine/devices/DRAVMultiChannelAudioMixerCoreAudio.h"
-#include "engine/units/DRAVRingBuffer.h"
-#include "engine/units/DRAVUnitOutputPin.h"
 #include "engine/sinks/DRAVSinkAudioRendererAudioUnit.h"
 #include "engine/sources/DRAVSourceAudioCaptureCoreAudio.h"
+#include "engine/units/DRAVRingBuffer.h"
+#include "engine/units/DRAVUnitOutputPin.h"
 #include "platform/Platform.h"
 #include "platform/sim/SimPlatform.h"
 

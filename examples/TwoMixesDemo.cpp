@@ -18,9 +18,7 @@
 #include "control/DRMXManager.h"
 #include "control/DRMXMixer.h"
 #include "control/DRMXOutput.h"
-#include "control/DRMXPlatformHooks.h"
 #include "engine/sinks/DRAVSinkAudioRendererAudioUnit.h"
-#include "microphones/DRMXMicrophoneInterface.h"
 #include "platform/Platform.h"
 #include "platform/sim/SimPlatform.h"
 #include "portable-core/DRAVPropertyNames.h"
@@ -32,77 +30,10 @@ using tidemix::platform::SampleEncoding;
 using tidemix::platform::sim::SimDeviceSpec;
 using tidemix::platform::sim::SimSignal;
 
-// The manager's main-microphone step needs a microphone object, which this
-// platform doesn't make yet: this one answers for it and carries no audio
-// (the microphone's sound reaches the mixes as a plain input).
-class MainMicrophoneStandIn : public DRMXInputInterface,
-                              public DRMXAudioUnitInterface,
-                              public DRMXMicrophoneInterface
-{
-public:
-    DRMXInputSelector GetSelector() const override { return selector_; }
-    void SetSelector(const DRMXInputSelector& selector) override { selector_ = selector; }
-    void UpdateMixerNodeId(int) override {}
-    std::shared_ptr<DRAVSource> GetSource() const override { return nullptr; }
-    DRAVResult AudioUnitStart(const DRAVTimestamp&) override
-    {
-        started.store(true);
-        return DRAVResult(kDRAVResultOk);
-    }
-    void AudioUnitStop() override { started.store(false); }
-    DRAVResult Init() override { return DRAVResult(kDRAVResultOk); }
-    DRAVResult Deinit() override { return DRAVResult(kDRAVResultOk); }
-    DRMXMicrophoneType GetMicrophoneType() override { return kMicrophoneTypeUnknown; }
-    DRAVResult SetMicrophoneType(DRMXMicrophoneType) override { return DRAVResult(kDRAVResultOk); }
-    bool IsMicrophoneConnected() override { return true; }
-    DRAVResult ReadMicrophoneConfiguration(int& bytesRead) override
-    {
-        bytesRead = 16;
-        return DRAVResult(kDRAVResultOk);
-    }
-    DRAVResult WriteMicrophoneConfiguration() override { return DRAVResult(kDRAVResultOk); }
-    double GetMicrophoneGain() override { return 0.5; }
-    DRAVResult SetMicrophoneGain(double) override { return DRAVResult(kDRAVResultOk); }
-    bool GetMicrophoneMute() override { return false; }
-    DRAVResult SetMicrophoneMute(bool) override { return DRAVResult(kDRAVResultOk); }
-    double GetMicrophoneOutputVolume() override { return 0.5; }
-    DRAVResult SetMicrophoneOutputVolume(double) override { return DRAVResult(kDRAVResultOk); }
-    bool GetMicrophoneOutputMute() override { return false; }
-    DRAVResult SetMicrophoneOutputMute(bool) override { return DRAVResult(kDRAVResultOk); }
-    double GetMicrophoneDirectMonitorVolume() override { return 0.0; }
-    DRAVResult SetMicrophoneDirectMonitorVolume(double) override { return DRAVResult(kDRAVResultOk); }
-    bool GetMicrophoneClipGuard() override { return false; }
-    DRAVResult SetMicrophoneClipGuard(bool) override { return DRAVResult(kDRAVResultOk); }
-    bool GetMicrophoneLowCut() override { return false; }
-    DRAVResult SetMicrophoneLowCut(bool) override { return DRAVResult(kDRAVResultOk); }
-    bool HasMicrophonePolarization() override { return false; }
-    double GetMicrophonePolarization() override { return 0.0; }
-    DRAVResult SetMicrophonePolarization(double) override { return DRAVResult(kDRAVResultOk); }
-    bool GetMicrophoneAllLEDOff() override { return ledsOff_.load(); }
-    DRAVResult SetMicrophoneAllLEDOff(bool off) override
-    {
-        ledsOff_.store(off);
-        return DRAVResult(kDRAVResultOk);
-    }
-    bool HasMicrophoneGainLock() override { return false; }
-    bool GetMicrophoneGainLock() override { return false; }
-    DRAVResult SetMicrophoneGainLock(bool) override { return DRAVResult(kDRAVResultOk); }
-    bool HasMicrophoneLEDFlip() override { return false; }
-    bool GetMicrophoneLEDFlip() override { return false; }
-    DRAVResult SetMicrophoneLEDFlip(bool) override { return DRAVResult(kDRAVResultOk); }
-    std::string GetHardwareId() const override { return hardwareId_; }
-    void SetHardwareId(const std::string& id) override { hardwareId_ = id; }
-    std::string GetSerialNumber() const override { return {}; }
-    int64_t GetFirmwareVersion() const override { return 0; }
-    bool HasMicrophoneVolumeSelect() override { return false; }
-    int64_t GetMicrophoneVolumeSelect() override { return 0; }
-    DRAVResult SetMicrophoneVolumeSelect(int64_t) override { return DRAVResult(kDRAVResultOk); }
-
-private:
-    DRMXInputSelector selector_;
-    std::atomic<bool> ledsOff_{false};
-    std::string hardwareId_;
-};
+// The microphone is a simulated USB microphone: its control device on the
+// simulated bus and its audio device, with the same serial number.
+constexpr char kMicrophoneSerial[] = "DEMO0001";
+constexpr char kMicrophoneUid[] = "usb-Drovane_Reed_DEMO0001-00";
 
 struct Device
 {
@@ -135,7 +66,7 @@ std::shared_ptr<DRMXOutput> MakeOutput(DRMXManager& manager, const std::string& 
 void LayOutMix(DRMXManager& manager, DRMXMixerBase& mix, const std::shared_ptr<DRMXOutput>& output,
                double microphoneGain, double musicGain, bool fourInputs)
 {
-    std::vector<DRMXInputSelector> selectors = {InputSelector("demo-mic", "Demo Microphone", 1),
+    std::vector<DRMXInputSelector> selectors = {InputSelector(kMicrophoneUid, "Drovane Reed 1", 1),
                                                 InputSelector("demo-music", "Demo Music", 2)};
     if (fourInputs)
     {
@@ -154,7 +85,7 @@ void LayOutMix(DRMXManager& manager, DRMXMixerBase& mix, const std::shared_ptr<D
     mix.ConfigureMixerNodes();
     for (const auto& node : mix.GetMixerNodes())
     {
-        const bool microphone = node->GetInputSelector().GetHardwareId() == "demo-mic";
+        const bool microphone = node->GetInputSelector().GetHardwareId() == kMicrophoneUid;
         node->SetDoubleProperty(kPropertyNodeGain, microphone ? microphoneGain : musicGain);
     }
 }
@@ -168,7 +99,8 @@ void PrintLevels(double at, DRMXManager& manager)
         printf("  | %s:", type == kMixerLocal ? "local" : "stream");
         for (const auto& node : mix->GetMixerNodes())
         {
-            printf(" %s %.3f/%.3f", node->GetInputSelector().GetHardwareId() == "demo-mic" ? "mic" : "music",
+            printf(" %s %.3f/%.3f",
+                   node->GetInputSelector().GetHardwareId() == kMicrophoneUid ? "mic" : "music",
                    node->GetDoubleProperty(kPropertyNodeVULevelChannel1),
                    node->GetDoubleProperty(kPropertyNodeVULevelChannel2));
         }
@@ -226,8 +158,12 @@ int RunTwoMixes(const std::string& localWav, const std::string& streamWav, doubl
     tidemix::platform::Platform::Use(platform);
     auto& world = platform->World();
 
-    SimDeviceSpec microphone =
-        SimDeviceSpec::Microphone("demo-mic", "Demo Microphone", {44100, 1, SampleEncoding::Float32, true});
+    const uint32_t microphoneLocation = platform->UsbDevices().Plug(
+        tidemix::platform::sim::SimUsbDeviceSpec::Microphone(0x0B21, kMicrophoneSerial));
+    SimDeviceSpec microphone = SimDeviceSpec::Microphone(kMicrophoneUid, "Drovane Reed 1",
+                                                         {44100, 1, SampleEncoding::Float32, true});
+    microphone.transport = tidemix::platform::AudioTransport::Usb;
+    microphone.usb = tidemix::platform::UsbIdentity{0x7E11, 0x0B21, microphoneLocation};
     microphone.packetFrames = 512;
     microphone.signal = SimSignal::Sine(1000.0, 0.5);
     SimDeviceSpec music =
@@ -261,30 +197,6 @@ int RunTwoMixes(const std::string& localWav, const std::string& streamWav, doubl
         return 1;
     }
 
-    auto standIn = std::make_shared<MainMicrophoneStandIn>();
-    DRMXPlatformHooks hooks;
-    hooks.createInput = [standIn](const DRMXInputSelector& selector, std::shared_ptr<DRMXInputInterface>* out)
-    {
-        if (selector.GetType() == kInputTypeMainMicrophone)
-        {
-            *out = standIn;
-        }
-        else
-        {
-            *out = std::make_shared<DRMXInput>(selector);
-        }
-        return DRAVResult(kDRAVResultOk);
-    };
-    hooks.availableInputs = [](DRMXInputType type)
-    {
-        DRMXInputSelector main;
-        main.SetType(kInputTypeMainMicrophone);
-        main.SetHardwareId("demo-mic");
-        return type == kInputTypeMainMicrophone ? std::vector<DRMXInputSelector>{main}
-                                                : std::vector<DRMXInputSelector>{};
-    };
-    const DRMXPlatformHooks former = DRMXSetPlatformHooks(hooks);
-
     DRMXManager* manager = DRMXManager::GetDRMXManager();
     const DRAVResult init = manager->Init("");
     const auto local = manager->GetMixerForType(kMixerLocal);
@@ -292,7 +204,6 @@ int RunTwoMixes(const std::string& localWav, const std::string& streamWav, doubl
     if (!init.Succeeded() || !local || !stream)
     {
         fprintf(stderr, "the manager did not start: %s\n", init.toString().c_str());
-        DRMXSetPlatformHooks(former);
         return 1;
     }
     manager->UpdateMainMicrophoneCache();
@@ -384,7 +295,6 @@ int RunTwoMixes(const std::string& localWav, const std::string& streamWav, doubl
     local->EraseAllChannels();
     stream->EraseAllChannels();
     manager->Deinit();
-    DRMXSetPlatformHooks(former);
     tidemix::platform::Platform::Use(nullptr);
     return code;
 }

@@ -10,6 +10,7 @@
 #include <string>
 #include <thread>
 
+#include "FirmwareUpdateDemo.h"
 #include "MixToWavDemo.h"
 #include "TwoMixesDemo.h"
 #include "control/DRMXManager.h"
@@ -28,6 +29,7 @@ struct Options
     bool measureCpu = false;
     std::string localWav;
     std::string streamWav;
+    std::string firmwareUpdate;
 };
 
 void PrintHelp(const char* program)
@@ -54,6 +56,11 @@ void PrintHelp(const char* program)
         "  --stream-wav FILE    with --two-mixes: what the stream output received (16-bit WAV)\n"
         "  --measure-cpu        with --two-mixes: four inputs in each mix, and the CPU share of the\n"
         "                       process and of the mixes' audio threads printed instead of the meters\n"
+        "  --firmware-update FILE  instead: plug a simulated microphone of the model FILE's DFU suffix\n"
+        "                       names (a Reed 1 for any product), run the mixes, update its firmware\n"
+        "                       from FILE through the manager, printing state and percentage as\n"
+        "                       they are polled and the version before and after; exits 0 only\n"
+        "                       when the update ends in state 5 with FILE's version on the device\n"
         "  --help               this text\n",
         program);
 }
@@ -109,6 +116,10 @@ bool ParseOptions(int argc, char** argv, Options& options)
         {
             options.streamWav = argv[++i];
         }
+        else if (arg == "--firmware-update" && hasValue)
+        {
+            options.firmwareUpdate = argv[++i];
+        }
         else if (arg == "--config-dir" && hasValue)
         {
             options.configDir = argv[++i];
@@ -160,11 +171,12 @@ int main(int argc, char** argv)
             printf("    [library %s] %s\n", tag, line.c_str());
         });
 
-    if (!options.mixToWav.empty() || options.twoMixes)
+    if (!options.mixToWav.empty() || options.twoMixes || !options.firmwareUpdate.empty())
     {
-        const int code = options.twoMixes ? RunTwoMixes(options.localWav, options.streamWav,
-                                                        options.durationSeconds, options.measureCpu)
-                                          : RunMixToWav(options.mixToWav, options.durationSeconds);
+        const int code = !options.firmwareUpdate.empty() ? RunFirmwareUpdate(options.firmwareUpdate)
+                         : options.twoMixes              ? RunTwoMixes(options.localWav, options.streamWav,
+                                                                       options.durationSeconds, options.measureCpu)
+                                            : RunMixToWav(options.mixToWav, options.durationSeconds);
         DRAVSetLogHandler(nullptr);
         std::error_code error;
         if (scratchFolder)

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "microphones/DRMXMicrophoneHelper.h"
+#include "microphones/DRMXMicrophoneHelperInfo.h"
 #include "microphones/DRMXMicrophoneReed.h"
 #include "microphones/DRMXMicrophoneReedPro.h"
 #include "microphones/IOKitUsb.h"
@@ -21,15 +22,8 @@ constexpr uint16_t kLastProductId = 0x0B26;
 // True or false for a control object of either model; nothing for others.
 std::optional<bool> IsDFU(DRMXMicrophoneInterface* microphone)
 {
-    if (auto* reed = dynamic_cast<DRMXMicrophoneHelper<DRMXMicrophoneReed>*>(microphone))
-    {
-        return reed->IsDFUInterface();
-    }
-    if (auto* pro = dynamic_cast<DRMXMicrophoneHelper<DRMXMicrophoneReedPro>*>(microphone))
-    {
-        return pro->IsDFUInterface();
-    }
-    return std::nullopt;
+    const auto info = DRMXMicrophoneHelperInfo::Of(microphone);
+    return info ? std::optional<bool>(info->dfu) : std::nullopt;
 }
 
 std::mutex gSharedMutex;
