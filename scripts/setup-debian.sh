@@ -11,6 +11,7 @@ packages=(
   libusb-1.0-0-dev umockdev libumockdev-dev
   clang libclang-rt-14-dev
   locales
+  zlib1g-dev dfu-util
 )
 missing=()
 for p in "${packages[@]}"; do
