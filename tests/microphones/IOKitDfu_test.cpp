@@ -193,24 +193,6 @@ TEST(IOKitDfu, StatusIsTakenOnlyFromACompleteAnswer)
     }
 }
 
-TEST(IOKitDfu, StateAndDownloadLengthFollowTheWire)
-{
-    RecordingHandle handle;
-    handle.reply = {5};
-    uint8_t state = 0;
-    EXPECT_EQ(IOKit::DFUGetState(&handle, 0, state), IOKit::kStatusSuccess);
-    EXPECT_EQ(state, 5);
-
-    handle.status = UsbStatus::Stall;
-    state = 9;
-    EXPECT_EQ(IOKit::DFUGetState(&handle, 0, state), IOKit::kStatusPipeStalled);
-    EXPECT_EQ(state, 9);
-    const uint8_t data[3] = {};
-    uint32_t length = 3;
-    EXPECT_EQ(IOKit::DFUDownload(&handle, 0, 0, length, data), IOKit::kStatusPipeStalled);
-    EXPECT_EQ(length, 0u);
-}
-
 TEST(IOKitDfu, InterfaceIsTheLastDfuOne)
 {
     RecordingHandle handle;
@@ -228,18 +210,6 @@ TEST(IOKitDfu, InterfaceIsTheLastDfuOne)
     EXPECT_EQ(IOKit::GetDFUInterface(&handle, interface), static_cast<int32_t>(0xE00002CA));
     EXPECT_EQ(interface, 77);
     EXPECT_TRUE(handle.seen.empty());
-}
-
-TEST(IOKitDfu, StatusCodeTexts)
-{
-    EXPECT_STREQ(IOKit::GetStringForDFUStatusCode(0), "No error condition is present");
-    EXPECT_STREQ(IOKit::GetStringForDFUStatusCode(9),
-                 "Received DFU_DNLOAD with wLength = 0, but device does not think that it has all data yet");
-    EXPECT_STREQ(IOKit::GetStringForDFUStatusCode(10),
-                 "Device's firmware is corrupt. It cannot return to run-time (non-DFU) operations");
-    EXPECT_STREQ(IOKit::GetStringForDFUStatusCode(15), "Device stalled an unexpected request");
-    EXPECT_STREQ(IOKit::GetStringForDFUStatusCode(16), "invalid");
-    EXPECT_STREQ(IOKit::GetStringForDFUStatusCode(0xFFFFFFFF), "invalid");
 }
 
 }  // namespace
