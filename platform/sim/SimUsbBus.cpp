@@ -127,7 +127,7 @@ std::optional<UsbDeviceInfo> AddDevice(SimUsbBus::State& state, const SimUsbDevi
     info.serialNumberIndex = spec.serialNumber.empty() ? 0 : kSerialIndex;
     info.serialNumber = spec.serialNumber;
     info.interfaces = spec.interfaces;
-    if (const int number = spec.DfuInterface(); number >= 0)
+    if (const int number = spec.DfuInterface(); number >= 0 && spec.dfuProductId != 0)
     {
         device->dfu = std::make_unique<SimDfuDevice>(spec.InDfuMode(), static_cast<uint8_t>(number),
                                                      spec.dfuFaults, spec.dfuTiming, spec.firmware);

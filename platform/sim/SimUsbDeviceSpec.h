@@ -35,9 +35,9 @@ struct SimUsbDeviceSpec
     uint16_t blockIndex = 0;   // wIndex of both
     SimUsbBlock block{};
 
-    // A device with a DFU interface (class 0xFE, subclass 1) runs the DFU
-    // state machine: in run-time mode under runtimeProductId, in DFU mode
-    // under dfuProductId, switching at the same location.
+    // A device with a DFU interface (class 0xFE, subclass 1) and a DFU id
+    // runs the DFU state machine: in run-time mode under runtimeProductId,
+    // in DFU mode under dfuProductId, switching at the same location.
     uint16_t runtimeProductId = 0;
     uint16_t dfuProductId = 0;
     std::vector<uint8_t> firmware;  // what an upload reads
