@@ -3,6 +3,8 @@ find_package(PkgConfig REQUIRED)
 find_package(nlohmann_json 3.10 REQUIRED)
 pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
 pkg_check_modules(SOXR REQUIRED IMPORTED_TARGET soxr)
+# zlib's CRC-32 checks the suffix of a firmware file.
+find_package(ZLIB REQUIRED)
 
 set(TIDEMIX_HAVE_PIPEWIRE OFF)
 if(TIDEMIX_WITH_PIPEWIRE)

@@ -12,6 +12,7 @@ packages=(
   libsystemd-dev python3-dbusmock
   clang libclang-rt-14-dev
   locales
+  zlib1g-dev dfu-util
 )
 missing=()
 for p in "${packages[@]}"; do

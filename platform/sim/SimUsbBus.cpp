@@ -7,6 +7,7 @@
 
 #include "platform/UsbStringDescriptor.h"
 #include "portable-core/DplDispatchQueue.h"
+#include "portable-core/DplDispatchTimer.h"
 
 namespace tidemix::platform::sim
 {
@@ -21,8 +22,16 @@ struct SimDevice
     SimUsbDeviceSpec spec;
     UsbDeviceInfo info;
     SimUsbFaults faults;
+    std::unique_ptr<SimDfuDevice> dfu;  // null without a DFU interface
     bool attached = true;
     int openHandles = 0;
+};
+
+// A device that has left and is to come back at its location.
+struct SimReturn
+{
+    SimUsbDeviceSpec spec;
+    uint32_t locationId = 0;
 };
 }  // namespace
 
@@ -42,6 +51,10 @@ struct SimUsbBus::State
 
     // The event thread; null once the bus is going away. Under mutex.
     std::shared_ptr<DplDispatchQueue> events = std::make_shared<DplDispatchQueue>("sim.usb", 1);
+    // Returns that wait for a delay, or for ReturnHeldDevices(). Under mutex.
+    std::vector<std::unique_ptr<DplDispatchTimer>> returnTimers;
+    std::vector<SimReturn> heldReturns;
+    std::map<uint32_t, std::vector<std::vector<uint8_t>>> manifested;
 };
 
 namespace
@@ -85,6 +98,153 @@ void PostEvent(const std::shared_ptr<SimUsbBus::State>& state, UsbEvent event, c
         });
 }
 
+// Adds the device; nullopt if the location is taken (0: the next free one).
+std::optional<UsbDeviceInfo> AddDevice(SimUsbBus::State& state, const SimUsbDeviceSpec& spec,
+                                       uint32_t locationId)
+{
+    std::lock_guard lock(state.mutex);
+    if (locationId == 0)
+    {
+        do
+        {
+            locationId = state.nextLocation;
+            state.nextLocation += 0x10000;
+        } while (state.devices.count(locationId) != 0);
+    }
+    else if (state.devices.count(locationId) != 0)
+    {
+        return std::nullopt;
+    }
+    auto device = std::make_shared<SimDevice>();
+    device->spec = spec;
+    UsbDeviceInfo& info = device->info;
+    info.locationId = locationId;
+    info.vendorId = spec.vendorId;
+    info.productId = spec.productId;
+    info.release = spec.release;
+    info.name = spec.productName;
+    info.registryEntryId = state.nextRegistryId++;
+    info.serialNumberIndex = spec.serialNumber.empty() ? 0 : kSerialIndex;
+    info.serialNumber = spec.serialNumber;
+    info.interfaces = spec.interfaces;
+    if (const int number = spec.DfuInterface(); number >= 0 && spec.dfuProductId != 0)
+    {
+        device->dfu = std::make_unique<SimDfuDevice>(spec.InDfuMode(), static_cast<uint8_t>(number),
+                                                     spec.dfuFaults, spec.dfuTiming, spec.firmware);
+    }
+    state.devices[locationId] = device;
+    return info;
+}
+
+void Return(const std::shared_ptr<SimUsbBus::State>& state, const SimReturn& back)
+{
+    if (auto info = AddDevice(*state, back.spec, back.locationId))
+    {
+        PostEvent(state, UsbEvent::Arrived, *info);
+    }
+}
+
+// Brings a device back after its delay, on the event thread, so that its
+// arrival follows its departure; a held one waits for ReturnHeldDevices().
+void ScheduleReturn(const std::shared_ptr<SimUsbBus::State>& state, SimReturn back)
+{
+    const auto delay = back.spec.dfuTiming.returnDelay;
+    std::lock_guard lock(state->mutex);
+    if (!state->events)
+    {
+        return;
+    }
+    if (delay == SimDfuTiming::kHeld)
+    {
+        state->heldReturns.push_back(std::move(back));
+        return;
+    }
+    std::weak_ptr<SimUsbBus::State> weak = state;
+    auto task = [weak, back]
+    {
+        if (auto alive = weak.lock())
+        {
+            Return(alive, back);
+        }
+    };
+    if (delay.count() <= 0)
+    {
+        state->events->dispatch(std::move(task));
+        return;
+    }
+    state->returnTimers.push_back(std::make_unique<DplDispatchTimer>(
+        state->events, static_cast<float>(delay.count()) / 1000.0f, task, false, true));
+}
+
+// Takes the device off the bus, under the state's lock, and tells what
+// comes back in its place, if anything.
+std::optional<SimReturn> Leave(SimUsbBus::State& state, SimDevice& device, SimDfuDevice::Leave why)
+{
+    device.attached = false;
+    auto it = state.devices.find(device.info.locationId);
+    if (it != state.devices.end() && it->second.get() == &device)
+    {
+        state.devices.erase(it);
+    }
+    const SimUsbDeviceSpec& spec = device.spec;
+    if (why == SimDfuDevice::Leave::Detach && !spec.dfuFaults.staysAwayAfterDetach)
+    {
+        return SimReturn{spec.AsDfuMode(), device.info.locationId};
+    }
+    if (why == SimDfuDevice::Leave::Manifest)
+    {
+        const std::vector<uint8_t>& image = device.dfu->Firmware();
+        state.manifested[device.info.locationId].push_back(image);
+        if (!spec.dfuFaults.staysAwayAfterManifest)
+        {
+            SimReturn back{spec.AsRuntimeMode(), device.info.locationId};
+            back.spec.firmware = image;
+            if (const int version = SimDfuDevice::ImageVersion(image); version >= 0)
+            {
+                back.spec.release = static_cast<uint16_t>(version);
+            }
+            return back;
+        }
+    }
+    return std::nullopt;
+}
+
+// A device-to-host answer cut to the bytes the faults allow.
+UsbTransferResult LimitReply(const SimUsbFaults& faults, const UsbControlSetup& setup,
+                             UsbTransferResult result)
+{
+    if (!result.Ok() || !setup.IsDeviceToHost() || faults.replyBytes < 0)
+    {
+        return result;
+    }
+    if (static_cast<size_t>(faults.replyBytes) > setup.length)
+    {
+        return {UsbStatus::Overflow, 0};
+    }
+    result.transferred = std::min<size_t>(result.transferred, static_cast<size_t>(faults.replyBytes));
+    return result;
+}
+
+// What the DFU state machine answers; called under the state's lock.
+SimDfuDevice::Answer AnswerDfu(SimDevice& device, const UsbControlSetup& setup, uint8_t* data)
+{
+    // The machine answers into a buffer of its own, so that a reply cut
+    // short by the faults leaves the rest of the caller's buffer alone.
+    std::vector<uint8_t> buffer(setup.length);
+    if (!setup.IsDeviceToHost())
+    {
+        std::copy(data, data + setup.length, buffer.begin());
+    }
+    SimDfuDevice::Answer answer = device.dfu->Handle(setup, buffer.data());
+    answer.result = LimitReply(device.faults, setup, answer.result);
+    if (setup.IsDeviceToHost())
+    {
+        std::copy(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(answer.result.transferred),
+                  data);
+    }
+    return answer;
+}
+
 // What the device answers; called under the state's lock.
 UsbTransferResult Answer(SimDevice& device, const UsbControlSetup& setup, uint8_t* data)
 {
@@ -126,17 +286,10 @@ UsbTransferResult Answer(SimDevice& device, const UsbControlSetup& setup, uint8_
     {
         return {UsbStatus::Stall, 0};
     }
-    size_t bytes = std::min<size_t>(reply.size(), setup.length);
-    if (device.faults.replyBytes >= 0)
-    {
-        if (static_cast<size_t>(device.faults.replyBytes) > setup.length)
-        {
-            return {UsbStatus::Overflow, 0};
-        }
-        bytes = std::min<size_t>(bytes, static_cast<size_t>(device.faults.replyBytes));
-    }
-    std::copy(reply.begin(), reply.begin() + static_cast<std::ptrdiff_t>(bytes), data);
-    return {UsbStatus::Ok, bytes};
+    const UsbTransferResult result =
+        LimitReply(device.faults, setup, {UsbStatus::Ok, std::min<size_t>(reply.size(), setup.length)});
+    std::copy(reply.begin(), reply.begin() + static_cast<std::ptrdiff_t>(result.transferred), data);
+    return result;
 }
 
 class SimUsbHandle : public UsbDeviceHandle
@@ -182,6 +335,7 @@ public:
             return {UsbStatus::NoDevice, 0};
         }
         bool unplugged = false;
+        std::optional<SimReturn> back;
         UsbTransferResult result;
         {
             std::lock_guard lock(state->mutex);
@@ -212,6 +366,16 @@ public:
             {
                 result = {UsbStatus::Timeout, 0};
             }
+            else if (device_->dfu && device_->dfu->Takes(setup))
+            {
+                const SimDfuDevice::Answer answer = AnswerDfu(*device_, setup, data);
+                result = answer.result;
+                if (answer.leave != SimDfuDevice::Leave::No)
+                {
+                    back = Leave(*state, *device_, answer.leave);
+                    unplugged = true;
+                }
+            }
             else
             {
                 result = Answer(*device_, setup, data);
@@ -223,6 +387,10 @@ public:
         if (unplugged)
         {
             PostEvent(state, UsbEvent::Departed, info_);
+        }
+        if (back)
+        {
+            ScheduleReturn(state, std::move(*back));
         }
         return result;
     }
@@ -241,46 +409,46 @@ SimUsbBus::~SimUsbBus()
     // Ends the event thread here, not in whoever drops the state last;
     // queued events are dropped.
     std::shared_ptr<DplDispatchQueue> events;
+    std::vector<std::unique_ptr<DplDispatchTimer>> timers;
     {
         std::lock_guard lock(state_->mutex);
         events = std::move(state_->events);
+        timers = std::move(state_->returnTimers);
     }
+    // Stopped outside the lock, which their callbacks take.
+    timers.clear();
     events.reset();
 }
 
 uint32_t SimUsbBus::Plug(const SimUsbDeviceSpec& spec, uint32_t locationId)
 {
-    UsbDeviceInfo info;
+    const std::optional<UsbDeviceInfo> info = AddDevice(*state_, spec, locationId);
+    if (!info)
+    {
+        return 0;
+    }
+    Post(UsbEvent::Arrived, *info);
+    return info->locationId;
+}
+
+void SimUsbBus::ReturnHeldDevices()
+{
+    std::vector<SimReturn> held;
     {
         std::lock_guard lock(state_->mutex);
-        if (locationId == 0)
-        {
-            do
-            {
-                locationId = state_->nextLocation;
-                state_->nextLocation += 0x10000;
-            } while (state_->devices.count(locationId) != 0);
-        }
-        else if (state_->devices.count(locationId) != 0)
-        {
-            return 0;
-        }
-        auto device = std::make_shared<SimDevice>();
-        device->spec = spec;
-        info.locationId = locationId;
-        info.vendorId = spec.vendorId;
-        info.productId = spec.productId;
-        info.release = spec.release;
-        info.name = spec.productName;
-        info.registryEntryId = state_->nextRegistryId++;
-        info.serialNumberIndex = spec.serialNumber.empty() ? 0 : kSerialIndex;
-        info.serialNumber = spec.serialNumber;
-        info.interfaces = spec.interfaces;
-        device->info = info;
-        state_->devices[locationId] = std::move(device);
+        held.swap(state_->heldReturns);
     }
-    Post(UsbEvent::Arrived, info);
-    return locationId;
+    for (const SimReturn& back : held)
+    {
+        Return(state_, back);
+    }
+}
+
+std::vector<std::vector<uint8_t>> SimUsbBus::ManifestedImages(uint32_t locationId) const
+{
+    std::lock_guard lock(state_->mutex);
+    auto it = state_->manifested.find(locationId);
+    return it == state_->manifested.end() ? std::vector<std::vector<uint8_t>>{} : it->second;
 }
 
 bool SimUsbBus::Unplug(uint32_t locationId)

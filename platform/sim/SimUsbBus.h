@@ -24,7 +24,11 @@ struct SimUsbRequest
 // A simulated USB bus. Devices are plugged and unplugged at run time; the
 // listeners hear of it on the bus's own event thread. Microphones answer the
 // requests of their configuration block from a real 16-byte block and the
-// standard string-descriptor request; every request lands in a log.
+// standard string-descriptor request; every request lands in a log. A
+// device with a DFU interface runs the DFU state machine (SimDfuDevice):
+// after a detach, and after the manifestation of a new image, it leaves
+// and comes back at the same location in the other mode, after the delay
+// of its SimDfuTiming.
 class SimUsbBus : public UsbBus
 {
 public:
@@ -44,6 +48,11 @@ public:
     bool SetBlock(uint32_t locationId, const SimUsbBlock& block);
     // How many handles of the device are open now.
     int OpenHandles(uint32_t locationId) const;
+
+    // Brings back the devices that left with SimDfuTiming::kHeld, now.
+    void ReturnHeldDevices();
+    // The images the devices at a location have manifested, oldest first.
+    std::vector<std::vector<uint8_t>> ManifestedImages(uint32_t locationId) const;
 
     std::vector<SimUsbRequest> Requests() const;
     void ClearRequests();

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/UsbDeviceInfo.h"
+#include "platform/sim/SimDfuDevice.h"
 
 namespace tidemix::platform::sim
 {
@@ -33,6 +34,23 @@ struct SimUsbDeviceSpec
     uint8_t writeRequest = 0;  // bRequest of the host-to-device class request
     uint16_t blockIndex = 0;   // wIndex of both
     SimUsbBlock block{};
+
+    // A device with a DFU interface (class 0xFE, subclass 1) and a DFU id
+    // runs the DFU state machine: in run-time mode under runtimeProductId,
+    // in DFU mode under dfuProductId, switching at the same location.
+    uint16_t runtimeProductId = 0;
+    uint16_t dfuProductId = 0;
+    std::vector<uint8_t> firmware;  // what an upload reads
+    SimDfuFaults dfuFaults;
+    SimDfuTiming dfuTiming;
+
+    // The number of the DFU interface, -1 without one.
+    int DfuInterface() const;
+    bool InDfuMode() const { return dfuProductId != 0 && productId == dfuProductId; }
+    // The same microphone as it comes back in the other mode: settings,
+    // firmware and DFU behaviour go along.
+    SimUsbDeviceSpec AsDfuMode() const;
+    SimUsbDeviceSpec AsRuntimeMode() const;
 
     // A microphone of vendor 0x7E11 for one of its product ids 0x0B21 to
     // 0x0B26 (run-time and DFU ids of the three models).

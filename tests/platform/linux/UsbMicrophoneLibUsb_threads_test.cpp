@@ -16,8 +16,10 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <tuple>
 #include <vector>
 
+#include "microphones/IOKitDfu.h"
 #include "platform/CountingProcessActivity.h"
 #include "platform/EmptyAudioSystem.h"
 #include "platform/Platform.h"
@@ -54,6 +56,7 @@ struct MockMicrophone
     UsbMicrophoneRig::Block block{};
     UsbMicrophoneRig::Fault fault = UsbMicrophoneRig::Fault::None;
     bool unplugged = false;
+    uint8_t dfuState = 0;  // appIDLE in run-time mode, dfuIDLE in DFU mode
     uint32_t location = 0;
     std::string syspath;
     std::vector<UsbMicrophoneRig::Request> requests;
@@ -177,6 +180,7 @@ public:
             mic.block = block;
             mic.location = location;
             mic.syspath = syspath;
+            mic.dfuState = productId % 2 == 0 ? 2 : 0;
         }
         if (!umockdev_testbed_attach_ioctl(testbed_, devname, handler_, &error))
         {
@@ -302,6 +306,24 @@ private:
             {
                 return;
             }
+        }
+        else if ((request.requestType & 0x7F) == 0x21 && request.index == (dfu ? 0 : 2))
+        {
+            // The DFU requests, only as far as the wire needs them: a device
+            // can't leave and come back as another one here.
+            if (request.requestType == 0x21 &&
+                ((request.request == 0 && !dfu) || (request.request == 1 && dfu)))
+            {
+                mic.dfuState = request.request == 0 ? 1 : request.length > 0 ? 5 : 7;
+                status = 0;
+                length = request.length;
+                return;
+            }
+            if (request.requestType != 0xA1 || request.request != 3)
+            {
+                return;
+            }
+            reply = std::string({0, 0x10, 0, 0, static_cast<char>(mic.dfuState), 0});
         }
         else
         {
@@ -563,5 +585,67 @@ TEST_F(UsbMicrophoneLibUsb, HotplugArrivalAndDeparture)
     std::lock_guard lock(mutex);
     EXPECT_EQ(events, (std::vector<std::pair<UsbEvent, uint32_t>>{{UsbEvent::Arrived, location},
                                                                   {UsbEvent::Departed, location}}));
+}
+
+// The DFU requests through libusb: the fields on the wire, the interface
+// numbers libusb lists, and the status as the device answers it.
+TEST_F(UsbMicrophoneLibUsb, DfuRequestsOnTheWire)
+{
+    UmockdevUsbMicrophoneRig rig;
+    using Wire = std::tuple<uint8_t, uint8_t, uint16_t, uint16_t, uint16_t, std::vector<uint8_t>>;
+    auto wire = [&](uint32_t location)
+    {
+        std::vector<Wire> seen;
+        for (const auto& r : rig.BlockRequests(location))
+        {
+            seen.emplace_back(r.requestType, r.request, r.value, r.index, r.length, r.dataOut);
+        }
+        return seen;
+    };
+    const uint32_t mic = rig.Plug(0x0B21, "RUN", {});
+    const uint32_t dfu = rig.Plug(0x0B22, "DFU", {});
+    ASSERT_NE(mic, 0u);
+    ASSERT_NE(dfu, 0u);
+
+    auto open = [](uint16_t product, uint32_t location)
+    {
+        auto ref = IOKit::GetDeviceRefAtLocation(0x7E11, product, location);
+        return ref ? IOKit::GetDeviceInterfaceRefForDeviceRefAndOpenDevice(*ref, true) : nullptr;
+    };
+    auto runtime = open(0x0B21, mic);
+    ASSERT_NE(runtime, nullptr);
+    uint16_t interface = 0xFF;
+    ASSERT_EQ(IOKit::GetDFUInterface(runtime.get(), interface), IOKit::kStatusSuccess);
+    EXPECT_EQ(interface, 2);
+    EXPECT_EQ(IOKit::DFUDetach(runtime.get(), interface, 5000), IOKit::kStatusSuccess);
+    EXPECT_EQ(wire(mic), (std::vector<Wire>{{0x21, 0, 5000, 2, 0, {}}}));
+
+    auto device = open(0x0B22, dfu);
+    ASSERT_NE(device, nullptr);
+    ASSERT_EQ(IOKit::GetDFUInterface(device.get(), interface), IOKit::kStatusSuccess);
+    EXPECT_EQ(interface, 0);
+    std::vector<uint8_t> block(64);
+    for (size_t i = 0; i < block.size(); ++i)
+    {
+        block[i] = static_cast<uint8_t>(0xC0 + i);
+    }
+    uint32_t length = static_cast<uint32_t>(block.size());
+    EXPECT_EQ(IOKit::DFUDownload(device.get(), interface, 0, length, block.data()), IOKit::kStatusSuccess);
+    EXPECT_EQ(length, 64u);
+    IOKit::DFUStatus status;
+    EXPECT_EQ(IOKit::DFUGetStatus(device.get(), interface, status), IOKit::kStatusSuccess);
+    EXPECT_EQ(status.status, 0u);
+    EXPECT_EQ(status.pollTimeout, 0x10u);
+    EXPECT_EQ(status.state, IOKit::kDFUStateDownloadIdle);
+    uint32_t end = 0;
+    EXPECT_EQ(IOKit::DFUDownload(device.get(), interface, 1, end, nullptr), IOKit::kStatusSuccess);
+    EXPECT_EQ(wire(dfu), (std::vector<Wire>{
+                             {0x21, 1, 0, 0, 64, block}, {0xA1, 3, 0, 0, 6, {}}, {0x21, 1, 1, 0, 0, {}}}));
+
+    // A device gone from under its handle reads as in error.
+    rig.Unplug(dfu);
+    EXPECT_NE(IOKit::DFUGetStatus(device.get(), interface, status), IOKit::kStatusSuccess);
+    EXPECT_EQ(status.state, IOKit::kDFUStateError);
+    EXPECT_EQ(status.status, 14u);
 }
 }  // namespace
