@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "microphones/DRMXDfuFileCheck.h"
+#include "support/DfuFileTestSupport.h"
 #include "support/PortableCoreTestFolder.h"
 
 namespace
@@ -18,35 +19,13 @@ using Problem = DRMXDfuFileCheck::Problem;
 
 const DRMXDfuFileCheck kReed1(0x7E11, 0x0B21, 0x0B22);
 
-std::vector<uint8_t> ReadAll(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
+using tidemix::test::ReadAll;
+using tidemix::test::WriteAll;
 
-void WriteAll(const std::string& path, const std::vector<uint8_t>& bytes)
-{
-    std::ofstream(path, std::ios::binary | std::ios::trunc)
-        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
-
-// An image of `size` bytes with the suffix dfu-suffix adds for these ids.
 std::string MakeFile(const PortableCoreTestFolder& folder, const std::string& name, size_t size,
                      uint16_t vendor, uint16_t product)
 {
-    std::vector<uint8_t> image(size);
-    for (size_t i = 0; i < size; ++i)
-    {
-        image[i] = static_cast<uint8_t>(i * 13 + 5);
-    }
-    const std::string path = folder.Child(name);
-    WriteAll(path, image);
-    char command[512];
-    std::snprintf(command, sizeof(command),
-                  "dfu-suffix -v 0x%04x -p 0x%04x -d 0x0110 -a '%s' >/dev/null 2>&1", vendor, product,
-                  path.c_str());
-    EXPECT_EQ(std::system(command), 0) << command;
-    return path;
+    return tidemix::test::MakeDfuFile(folder, name, size, vendor, product);
 }
 
 class DRMXDfuFileCheckTest : public ::testing::Test
