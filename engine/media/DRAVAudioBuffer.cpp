@@ -1,6 +1,8 @@
 #include "engine/media/DRAVAudioBuffer.h"
 
+#include <algorithm>
 #include <limits>
+#include <vector>
 
 #include "engine/media/DRAVBufferRAM.h"
 #include "engine/media/DRAVFrameObjectPool.h"
@@ -228,4 +230,18 @@ DRAVResult DRAVAudioBuffer::CopyBuffer(std::shared_ptr<DRAVAudioBuffer>* out, DR
         helper_->InitWithParent(weak_from_this());
     }
     return helper_->CopyBuffer(out, sampleType);
+}
+
+void DRAVAudioBuffer::ReserveFrames(const std::string& owner, int64_t size, const DRAVAudioFormat& format,
+                                    int count)
+{
+    std::vector<std::shared_ptr<DRAVAudioBuffer>> frames;
+    frames.reserve(static_cast<size_t>(std::max(count, 0)));
+    for (int i = 0; i < count; ++i)
+    {
+        if (std::shared_ptr<DRAVAudioBuffer> frame = GetAudioBuffer(owner, size, format, nullptr, 0))
+        {
+            frames.push_back(std::move(frame));
+        }
+    }
 }

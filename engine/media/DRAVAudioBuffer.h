@@ -48,6 +48,11 @@ public:
     static std::shared_ptr<DRAVAudioBuffer> GetAudioBuffer(const std::string& owner, int64_t size,
                                                            const DRAVAudioFormat& format, const void* data,
                                                            int64_t dataSize);
+    // Makes `count` such frames and lets them go, so that a device or mix
+    // thread finds that many ready when a late wake-up makes it render a
+    // burst, without a trip to the heap. For a control thread.
+    static void ReserveFrames(const std::string& owner, int64_t size, const DRAVAudioFormat& format,
+                              int count);
 
     DRAVMediaType GetMediaType() const override { return kDRAVMediaTypeAudio; }
     DRAVResult GetMediaFormatCopy(std::shared_ptr<DRAVMediaFormat>* out) const override;

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "engine/media/DRAVLogIntervals.h"
+#include "engine/media/DRAVSharedName.h"
 #include "portable-core/CDplThreadMutex.h"
 #include "portable-core/DRAVLog.h"
 #include "portable-core/DRAVSlowLog.h"
@@ -16,7 +17,9 @@ struct DRAVMemoryItem
 {
     T memory{};
     S size{};
-    std::string owner;
+    // Interned: naming a recycled block after another owner costs no heap
+    // call on the audio thread, whatever the names' lengths.
+    DRAVSharedName owner;
     int64_t createdHostTime = 0;
     bool inUse = false;
 };
@@ -80,7 +83,7 @@ public:
                 if (MatchMemorySize(item.size, size))
                 {
                     item.inUse = true;
-                    item.owner = owner;
+                    item.owner = DRAVSharedName(owner);
                     return item.memory;
                 }
             }
@@ -101,7 +104,7 @@ public:
                     item.memory = grown;
                     item.size = size;
                     item.inUse = true;
-                    item.owner = owner;
+                    item.owner = DRAVSharedName(owner);
                     return grown;
                 }
             }
@@ -112,7 +115,7 @@ public:
                 {
                     return T{};
                 }
-                items_.push_back(Item{memory, size, owner, DRAVGetHostTime().Get(), true});
+                items_.push_back(Item{memory, size, DRAVSharedName(owner), DRAVGetHostTime().Get(), true});
                 return memory;
             }
         }
@@ -169,7 +172,7 @@ public:
         {
             DRAVLogPrintf(kDbgPrintLevelInfo, "  #%d %lld bytes %s <%s> created %s", index++,
                           static_cast<long long>(item.size), item.inUse ? "in use" : "free",
-                          item.owner.c_str(), DRAVTimestamp(item.createdHostTime).ToString().c_str());
+                          item.owner.Get().c_str(), DRAVTimestamp(item.createdHostTime).ToString().c_str());
         }
     }
 

@@ -178,6 +178,12 @@ DRAVResult DRAVSourceAudioCaptureCoreAudio::StartDevice()
     }
     const auto deviceId = static_cast<uint32_t>(std::atol(path.c_str()));
 
+    // A device thread that wakes late renders several blocks at once; the
+    // frames for such a burst are made here, not on that thread.
+    DRAVAudioBuffer::ReserveFrames(
+        impl_->bufferOwner, int64_t{impl_->bridge.BlockFrameCount()} * impl_->targetFormat.GetBytesPerFrame(),
+        impl_->targetFormat, kReservedFrames);
+
     // Opened without the lock: opening may wait for the device's thread.
     Impl* impl = impl_.get();
     std::unique_ptr<CaptureStream> stream = tidemix::platform::Platform::Current()->Audio().OpenCapture(

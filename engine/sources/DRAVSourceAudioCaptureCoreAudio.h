@@ -28,6 +28,8 @@ public:
     // At most this many channels (planar) or buffers.
     static constexpr uint64_t kBipBufferCount = 64;
     static constexpr uint32_t kBipBufferSeconds = 5;
+    // Frames made ready at each start for the device thread's bursts.
+    static constexpr int kReservedFrames = 16;
     static constexpr uint32_t kDefaultBufferSizeFrameCount = 1000;
     // A block must fit the bip buffers many times over: one second at most.
     static constexpr int64_t kMaxBufferSizeFrameCount = kMaxBlockFrameCount;
