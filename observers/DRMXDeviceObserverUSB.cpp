@@ -39,9 +39,10 @@ struct DRMXDeviceObserverUSB::Impl
 
     ~Impl()
     {
-        if (platform && listener != 0)
+        const auto alive = platform.lock();
+        if (alive && listener != 0)
         {
-            platform->Usb().RemoveListener(listener);
+            alive->Usb().RemoveListener(listener);
         }
     }
 
@@ -54,7 +55,9 @@ struct DRMXDeviceObserverUSB::Impl
     // Rebuilds come from the main queue and from Init; one at a time.
     std::mutex rebuildMutex;
     std::atomic<uint64_t> rebuilds{0};
-    std::shared_ptr<tidemix::platform::Platform> platform;
+    // Weak: the observer outlives the manager, and must not keep a platform
+    // the host has let go (with its threads) alive until the process ends.
+    std::weak_ptr<tidemix::platform::Platform> platform;
     uint64_t listener = 0;
 };
 
@@ -93,15 +96,16 @@ DRAVResult DRMXDeviceObserverUSB::ArmDeviceNotifications()
     {
         return DRAVResult(kDRAVResultOk);
     }
-    if (!impl_->platform)
+    const std::shared_ptr<tidemix::platform::Platform> platform = impl_->platform.lock();
+    if (!platform)
     {
         return DRAVResult(kDRAVResultErrUnknown);
     }
     std::weak_ptr<Impl> weak = impl_;
-    std::weak_ptr<DplDispatchQueue> mainQueue = impl_->platform->MainQueue();
+    std::weak_ptr<DplDispatchQueue> mainQueue = platform->MainQueue();
     // On the bus's thread: only post. Each arrival or departure of anything
     // on the bus rebuilds; the rebuild itself picks out the microphones.
-    impl_->listener = impl_->platform->Usb().AddListener(
+    impl_->listener = platform->Usb().AddListener(
         [weak, mainQueue](tidemix::platform::UsbEvent, const tidemix::platform::UsbDeviceInfo& info)
         {
             if (info.vendorId != DRMX_Settings::kDrovaneVendorId)
@@ -232,7 +236,7 @@ bool DRMXDeviceObserverUSB::MakeShared()
         std::lock_guard lock(gSharedMutex);
         // One per process; a host (or a test) that changes platforms gets one
         // for the platform in use, since the old one watches the old bus.
-        if (gUsbObserver && gUsbObserver->impl_->platform == platform)
+        if (gUsbObserver && gUsbObserver->impl_->platform.lock() == platform)
         {
             return false;
         }
