@@ -113,22 +113,6 @@ TEST_F(DeviceObservers, AudioChangesPostWhatCameAndWentAndFireOnlyWhenACountChan
     EXPECT_TRUE(observer->GetInputs().empty());
 }
 
-TEST_F(DeviceObservers, AGateClosedHidesADeviceUntilTheNextComparison)
-{
-    auto observer = StartAudioObserver();
-    DRMXDeviceObserverCoreAudio::DisableDeviceObserverCallback();
-    platform_->World().AddDevice(SimDeviceSpec::Microphone("app", "app"));
-    SettleObservers(*platform_);
-    EXPECT_TRUE(recorder_.Events().empty());
-    EXPECT_TRUE(observer->GetInputs().empty()) << "a device that came while the gate was closed was stored";
-
-    DRMXDeviceObserverCoreAudio::EnableDeviceObserverCallback();
-    AddSpeaker("phones");
-    SettleObservers(*platform_);
-    EXPECT_EQ(recorder_.Events(), (Events{"CoreAudioInputsAddedNotification app",
-                                          "CoreAudioOutputsAddedNotification phones", "value 3"}));
-}
-
 TEST_F(DeviceObservers, TheFirstMicrophoneStaysMainUntilTheChoiceIsReset)
 {
     ASSERT_TRUE(DRMXDeviceObserverUSB::MakeShared() || DRMXDeviceObserverUSB::Shared());
