@@ -460,6 +460,22 @@ std::shared_ptr<DRMXMixerBase> DRMXManager::GetMixerForType(const DRMXMixerType&
     return found == mixers_.end() ? nullptr : found->second;
 }
 
+DRAVResult DRMXManager::SetAudioBufferFrameCountOnAllMixers(int frames)
+{
+    impl_->audioBufferFrameCount.store(frames);
+    // Each mix hands it on to its unit, outputs and inputs, also while running.
+    for (const auto type : {kMixerLocal, kMixerStream})
+    {
+        const std::shared_ptr<DRMXMixerBase> mixer = GetMixerForType(type);
+        if (!mixer)
+        {
+            return DRAVResult(kDRAVResultErrNullPointer);
+        }
+        mixer->SetIntProperty(kPropertyAudioBufferSizeFrameCount, frames);
+    }
+    return DRAVResult(kDRAVResultOk);
+}
+
 std::vector<std::shared_ptr<DRMXMixerNodeBase>> DRMXManager::GetMixerNodes(const DRMXMixerType& type)
 {
     const std::shared_ptr<DRMXMixerBase> mixer = GetMixerForType(type);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -9,6 +10,7 @@
 #include "control/DRMXFirmwareUpdateInterface.h"
 #include "control/DRMXInputInterface.h"
 #include "control/DRMXMixerBase.h"
+#include "control/DRMXOutputInterface.h"
 #include "microphones/DRMXMicrophoneInterface.h"
 #include "observers/DRMXDeviceObserverBase.h"
 #include "observers/DRMXPowerStateObserverBase.h"
@@ -80,9 +82,50 @@ public:
     DRAVResult SetSampleRate(uint32_t rate);
     bool ChangedAppAudioEndpointIsInUse() const;
 
-    // Makes an input for a selector (the microphone's among them).
+    // Makes an input for a selector (the microphone's among them), with the
+    // manager's block size and input buffer.
     DRAVResult CreateInput(const DRMX_Settings::DRMXInputSelector& selector,
                            std::shared_ptr<DRMXInputInterface>* out);
+    // Makes an output, with the manager's block size and output buffer.
+    DRAVResult CreateOutput(const DRMX_Settings::DRMXOutputSelector& selector,
+                            std::shared_ptr<DRMXOutputInterface>* out);
+    // The same without the buffer sizes.
+    static DRAVResult CreateInputStatic(const DRMX_Settings::DRMXInputSelector& selector,
+                                        std::shared_ptr<DRMXInputInterface>* out);
+    static DRAVResult CreateOutputStatic(const DRMX_Settings::DRMXOutputSelector& selector,
+                                         std::shared_ptr<DRMXOutputInterface>* out);
+
+    // Mix reconfiguration. A change of selectors moves inputs and outputs to
+    // other devices while the mixes run; a change of the layout stops and
+    // empties both mixes, lets `change` fill them, makes the nodes and starts.
+    enum ReconfigurationIntent : int32_t
+    {
+        kReconfigureLayout = 0,
+        kReconfigureSelectors = 1,
+        kReconfigureDevices = 2,
+    };
+    // ErrNotInitialized (change not called) while asleep or without a
+    // microphone.
+    DRAVResult ConfigureMixer(ReconfigurationIntent intent, const std::function<void()>& change);
+    // One input in every mix; refused while mixing.
+    DRAVResult AddInput(const DRMX_Settings::DRMXInputSelector& selector);
+    DRAVResult AddInputToMixer(const DRMX_Settings::DRMXMixerType& type,
+                               const DRMX_Settings::DRMXInputSelector& selector);
+    // Points the input at index to another device; -17 past the end.
+    DRAVResult SetInputOnMixer(const DRMX_Settings::DRMXMixerType& type,
+                               const DRMX_Settings::DRMXInputSelector& selector, unsigned index);
+    // The local output is also the stream mix's monitoring output.
+    DRAVResult SetOutputOnMixer(const DRMX_Settings::DRMXMixerType& type,
+                                const DRMX_Settings::DRMXOutputSelector& selector);
+    DRAVResult GetOutputForMixer(const DRMX_Settings::DRMXMixerType& type, std::shared_ptr<DRAVUnit>* out);
+    // Stops the input in both mixes; erase also takes it out.
+    DRAVResult StopMixingOnInput(const DRMX_Settings::DRMXInputSelector& selector, bool erase);
+    // The input with an equal selector, the stream mix's when both have one.
+    DRAVResult FindInput(const DRMX_Settings::DRMXInputSelector& selector,
+                         std::shared_ptr<DRMXInputInterface>* out);
+    // The layout as the live objects have it, appended to configuration.
+    DRAVResult GetMixerConfiguration(DRMX_Settings::DRMXMixerConfiguration& configuration);
+    DRAVResult SetAudioBufferFrameCountOnAllMixers(int frames);
 
     // Observers, monitoring and levels.
     DRAVResult AttachDeviceChangeObserver(KVObserver* observer, DRMXDeviceNotification notification);
@@ -117,6 +160,12 @@ private:
     void HandleDeviceChange(const DRAVPropertyKVPair& pair);
     void HandlePowerChange(const DRAVPropertyKVPair& pair);
     void StopMixingLocked();
+    DRAVResult ConfigureMixerSelectorChange(const std::function<void()>& change);
+    DRAVResult ConfigureMixerLayout(const std::function<void()>& change);
+    DRAVResult AddInputToMixerLocked(const DRMX_Settings::DRMXMixerType& type,
+                                     const DRMX_Settings::DRMXInputSelector& selector);
+    DRAVResult SetOutputOnMixerLocked(const DRMX_Settings::DRMXMixerType& type,
+                                      const DRMX_Settings::DRMXOutputSelector& selector, bool monitoring);
     DRAVResult SetupMicrophoneInterface(const std::shared_ptr<DRMXMicrophoneInterface>& microphone,
                                         const DRMX_Settings::DRMXInputSelector& selector);
     void RunLevelMeteringPass();

@@ -124,8 +124,8 @@ DRMXOutputSelector DRMXManager::GetMainMicrophoneOutput()
     return outputs.empty() ? DRMXOutputSelector() : outputs.front();
 }
 
-DRAVResult DRMXManager::CreateInput(const DRMXInputSelector& selector,
-                                    std::shared_ptr<DRMXInputInterface>* out)
+DRAVResult DRMXManager::CreateInputStatic(const DRMXInputSelector& selector,
+                                          std::shared_ptr<DRMXInputInterface>* out)
 {
     if (out == nullptr)
     {
@@ -136,12 +136,50 @@ DRAVResult DRMXManager::CreateInput(const DRMXInputSelector& selector,
     {
         return result.Succeeded() ? DRAVResult(kDRAVResultErrNotFound) : result;
     }
+    return DRAVResult(kDRAVResultOk);
+}
+
+DRAVResult DRMXManager::CreateInput(const DRMXInputSelector& selector,
+                                    std::shared_ptr<DRMXInputInterface>* out)
+{
+    const DRAVResult result = CreateInputStatic(selector, out);
+    if (!result.Succeeded())
+    {
+        return result;
+    }
     // An input's ring holds blocks of the mix: a source cut to another size
     // would be read out of step by every pull.
     if (const auto object = std::dynamic_pointer_cast<DRAVObject>(*out))
     {
         object->SetIntProperty(kPropertyAudioBufferSizeFrameCount, GetAudioBufferFrameCount());
         object->SetIntProperty(kPropertyAudioBufferSizeMs, GetAudioBufferMSecInput());
+    }
+    return result;
+}
+
+DRAVResult DRMXManager::CreateOutputStatic(const DRMXOutputSelector& selector,
+                                           std::shared_ptr<DRMXOutputInterface>* out)
+{
+    if (out == nullptr)
+    {
+        return DRAVResult(kDRAVResultErrNullPointer);
+    }
+    *out = CreateOutputPlatformSpecific(selector);
+    return DRAVResult(*out ? kDRAVResultOk : kDRAVResultErrNotFound);
+}
+
+DRAVResult DRMXManager::CreateOutput(const DRMXOutputSelector& selector,
+                                     std::shared_ptr<DRMXOutputInterface>* out)
+{
+    const DRAVResult result = CreateOutputStatic(selector, out);
+    if (!result.Succeeded())
+    {
+        return result;
+    }
+    if (const auto object = std::dynamic_pointer_cast<DRAVObject>(*out))
+    {
+        object->SetIntProperty(kPropertyAudioBufferSizeFrameCount, GetAudioBufferFrameCount());
+        object->SetIntProperty(kPropertyAudioBufferSizeMs, GetAudioBufferMSecOutput());
     }
     return result;
 }

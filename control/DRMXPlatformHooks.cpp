@@ -8,6 +8,7 @@
 #include "control/DRMXInput.h"
 #include "control/DRMXMicrophone.h"
 #include "control/DRMXMixer.h"
+#include "control/DRMXOutput.h"
 #include "engine/devices/DRMXVirtualDeviceNames.h"
 #include "observers/DRMXDeviceObserverCoreAudio.h"
 #include "observers/DRMXDeviceObserverUSB.h"
@@ -108,6 +109,13 @@ DRAVResult CreateInputPlatformSpecific(const DRMX_Settings::DRMXInputSelector& s
     }
     *out = std::make_shared<DRMXInput>(selector);
     return DRAVResult(kDRAVResultOk);
+}
+
+std::shared_ptr<DRMXOutputInterface> CreateOutputPlatformSpecific(
+    const DRMX_Settings::DRMXOutputSelector& selector)
+{
+    // Named "Monitor" and given the selector by its constructor.
+    return std::make_shared<DRMXOutput>(selector);
 }
 
 std::vector<DRMX_Settings::DRMXInputSelector> GetAvailableInputsPlatformSpecific(

@@ -8,6 +8,7 @@
 #include "control/DRMXFirmwareUpdateInterface.h"
 #include "control/DRMXInputInterface.h"
 #include "control/DRMXMixerBase.h"
+#include "control/DRMXOutputInterface.h"
 #include "microphones/DRMXMicrophoneInterface.h"
 #include "observers/DRMXDeviceObserverBase.h"
 #include "observers/DRMXPowerStateObserverBase.h"
@@ -22,6 +23,9 @@ std::vector<std::shared_ptr<DRMXDeviceObserverBase>> RegisterDeviceObserversPlat
 std::shared_ptr<DRMXPowerStateObserverBase> RegisterPowerStateObserverPlatformSpecific();
 DRAVResult CreateInputPlatformSpecific(const DRMX_Settings::DRMXInputSelector& selector,
                                        std::shared_ptr<DRMXInputInterface>* out);
+// A "Monitor" output for the selector.
+std::shared_ptr<DRMXOutputInterface> CreateOutputPlatformSpecific(
+    const DRMX_Settings::DRMXOutputSelector& selector);
 std::vector<DRMX_Settings::DRMXInputSelector> GetAvailableInputsPlatformSpecific(
     DRMX_Settings::DRMXInputType type);
 std::vector<DRMX_Settings::DRMXOutputSelector> GetAvailableOutputsPlatformSpecific(
