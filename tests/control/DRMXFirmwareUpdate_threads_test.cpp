@@ -99,36 +99,14 @@ protected:
         manager_ = DRMXManager::GetDRMXManager();
         ASSERT_TRUE(manager_->Init("").Succeeded());
         manager_->UpdateMainMicrophoneCache();
-        for (const auto& [type, output] :
-             {std::pair{kMixerLocal, "phones"}, std::pair{kMixerStream, "stream"}})
-        {
-            const auto mix = manager_->GetMixerForType(type);
-            DRMXInputSelector selector;
-            selector.SetType(kInputTypeHardware);
-            selector.SetHardwareId("tone");
-            selector.SetMixerNodeID(1);
-            std::shared_ptr<DRMXInputInterface> input;
-            ASSERT_TRUE(manager_->CreateInput(selector, &input).Succeeded());
-            mix->AddInput(input);
-            DRMXOutputSelector outputSelector;
-            outputSelector.SetType(kOutputTypeHardware);
-            outputSelector.SetHardwareId(output);
-            auto out = std::make_shared<DRMXOutput>(outputSelector);
-            out->SetBufferSizeFrameCount(manager_->GetAudioBufferFrameCount());
-            mix->SetOutput(out);
-            ASSERT_TRUE(mix->ConfigureMixerNodes().Succeeded());
-        }
+        ASSERT_TRUE(tidemix::test::LayOutToneMixes(*manager_));
         ASSERT_TRUE(manager_->StartMixing().Succeeded());
     }
 
     void TearDown() override
     {
         update_.reset();
-        manager_->StopMixing();
-        for (const auto type : {kMixerLocal, kMixerStream})
-        {
-            manager_->GetMixerForType(type)->EraseAllChannels();
-        }
+        tidemix::test::EmptyMixes(*manager_);
         manager_->Deinit();
         DRMXFirmwareUpdate::SetDefaultClock(nullptr);
         DRAVManager::GetDRAVManager()->Deinit();

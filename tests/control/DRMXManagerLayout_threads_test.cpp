@@ -66,11 +66,7 @@ protected:
 
     void TearDown() override
     {
-        manager_->StopMixing();
-        for (const auto type : {kMixerLocal, kMixerStream})
-        {
-            manager_->GetMixerForType(type)->EraseAllChannels();
-        }
+        tidemix::test::EmptyMixes(*manager_);
         manager_->Deinit();
         DRAVManager::GetDRAVManager()->Deinit();
         Platform::Use(nullptr);

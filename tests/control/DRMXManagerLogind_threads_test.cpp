@@ -85,24 +85,7 @@ TEST(ManagerOnLogind, SleepStopsMixingBeforeTheDelayLockGoesAndWakeBringsTheLayo
     DRMXManager* manager = DRMXManager::GetDRMXManager();
     ASSERT_TRUE(manager->Init("").Succeeded());
     manager->UpdateMainMicrophoneCache();
-    for (const auto& [type, output] : {std::pair{kMixerLocal, "phones"}, std::pair{kMixerStream, "stream"}})
-    {
-        const auto mix = manager->GetMixerForType(type);
-        DRMXInputSelector selector;
-        selector.SetType(kInputTypeHardware);
-        selector.SetHardwareId("tone");
-        selector.SetMixerNodeID(1);
-        std::shared_ptr<DRMXInputInterface> input;
-        ASSERT_TRUE(manager->CreateInput(selector, &input).Succeeded());
-        mix->AddInput(input);
-        DRMXOutputSelector outputSelector;
-        outputSelector.SetType(kOutputTypeHardware);
-        outputSelector.SetHardwareId(output);
-        auto out = std::make_shared<DRMXOutput>(outputSelector);
-        out->SetBufferSizeFrameCount(manager->GetAudioBufferFrameCount());
-        mix->SetOutput(out);
-        ASSERT_TRUE(mix->ConfigureMixerNodes().Succeeded());
-    }
+    ASSERT_TRUE(tidemix::test::LayOutToneMixes(*manager));
     ASSERT_TRUE(manager->StartMixing().Succeeded());
     ASSERT_TRUE(threads_test::WaitUntil([] { return DelayLocks() == 1; })) << "no delay lock while listening";
 
@@ -144,11 +127,7 @@ TEST(ManagerOnLogind, SleepStopsMixingBeforeTheDelayLockGoesAndWakeBringsTheLayo
     }
 
     platform->Power().RemoveListener(probe);
-    manager->StopMixing();
-    for (const auto type : {kMixerLocal, kMixerStream})
-    {
-        manager->GetMixerForType(type)->EraseAllChannels();
-    }
+    tidemix::test::EmptyMixes(*manager);
     manager->Deinit();
     DRAVManager::GetDRAVManager()->Deinit();
     Platform::Use(nullptr);

@@ -2,6 +2,9 @@
 
 #include <future>
 
+#include <gtest/gtest.h>
+
+#include "control/DRMXOutput.h"
 #include "observers/DRMXDeviceObserverCoreAudio.h"
 #include "settings/DRMXInputSelector.h"
 #include "settings/DRMXOutputSelector.h"
@@ -31,6 +34,50 @@ void UnplugSimMicrophone(platform::sim::SimPlatform& platform, const SimMicropho
 {
     platform.World().RemoveDevice(microphone.audioId);
     platform.UsbDevices().Unplug(microphone.location);
+}
+
+bool LayOutToneMixes(DRMXManager& manager)
+{
+    for (const auto& [type, output] :
+         {std::pair{DRMX_Settings::kMixerLocal, "phones"}, std::pair{DRMX_Settings::kMixerStream, "stream"}})
+    {
+        const auto mix = manager.GetMixerForType(type);
+        DRMX_Settings::DRMXInputSelector selector;
+        selector.SetType(DRMX_Settings::kInputTypeHardware);
+        selector.SetHardwareId("tone");
+        selector.SetMixerNodeID(1);
+        std::shared_ptr<DRMXInputInterface> input;
+        if (!mix || !manager.CreateInput(selector, &input).Succeeded())
+        {
+            ADD_FAILURE() << "no tone input for mix " << type;
+            return false;
+        }
+        mix->AddInput(input);
+        DRMX_Settings::DRMXOutputSelector outputSelector;
+        outputSelector.SetType(DRMX_Settings::kOutputTypeHardware);
+        outputSelector.SetHardwareId(output);
+        auto out = std::make_shared<DRMXOutput>(outputSelector);
+        out->SetBufferSizeFrameCount(manager.GetAudioBufferFrameCount());
+        mix->SetOutput(out);
+        if (!mix->ConfigureMixerNodes().Succeeded())
+        {
+            ADD_FAILURE() << "no nodes for mix " << type;
+            return false;
+        }
+    }
+    return true;
+}
+
+void EmptyMixes(DRMXManager& manager)
+{
+    manager.StopMixing();
+    for (const auto type : {DRMX_Settings::kMixerLocal, DRMX_Settings::kMixerStream})
+    {
+        if (const auto mix = manager.GetMixerForType(type))
+        {
+            mix->EraseAllChannels();
+        }
+    }
 }
 
 void SettleObservers(platform::sim::SimPlatform& platform)

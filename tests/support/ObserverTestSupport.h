@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "control/DRMXManager.h"
 #include "microphones/DRMXNotificationCenter.h"
 #include "platform/sim/SimPlatform.h"
 #include "portable-core/KVObserverDelegate.h"
@@ -24,6 +25,13 @@ struct SimMicrophone
 SimMicrophone PlugSimMicrophone(platform::sim::SimPlatform& platform, uint16_t productId,
                                 const std::string& serial, uint32_t location = 0);
 void UnplugSimMicrophone(platform::sim::SimPlatform& platform, const SimMicrophone& microphone);
+
+// The simulated "tone" input in both mixes, the local mix to "phones" and the
+// stream mix to "stream" (speakers the caller has added), the nodes made;
+// false (with the failure reported) if a step failed.
+bool LayOutToneMixes(DRMXManager& manager);
+// Stops mixing and empties both mixes, for the end of a test.
+void EmptyMixes(DRMXManager& manager);
 
 // Waits until every plug and device event so far has been heard and the work
 // the observers posted for it has run on the main queue.
