@@ -194,6 +194,26 @@ void DRMXManager::Deinit()
     }
 }
 
+namespace
+{
+// The next save replaces a file that could not be used with the defaults. A
+// copy beside it keeps what the user had (a newer version's layout, a file
+// damaged by hand) from being lost without a trace.
+void KeepUnusableSettingsFile(const std::string& path)
+{
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(path, error))
+    {
+        return;
+    }
+    const std::string copy = path + ".unusable";
+    std::filesystem::copy_file(path, copy, std::filesystem::copy_options::overwrite_existing, error);
+    DRAVResult(error ? kDRAVResultErrCouldNotOpenFile : kDRAVResultOk)
+        .Log(error ? "Settings file unusable, no copy kept"
+                   : "Settings file unusable, a copy is kept beside it");
+}
+}  // namespace
+
 DRAVResult DRMXManager::LoadSettings()
 {
     // Lock order: mixer, microphone, settings. The defaults and the microphone's
@@ -225,6 +245,7 @@ DRAVResult DRMXManager::LoadSettings()
     }
     if (!result.Succeeded())
     {
+        KeepUnusableSettingsFile(settingsPath_);
         settings_.ResetSettings();
         result = settings_.LoadDefaultSettings();
         UpdateMicSettingsByOS(settings_);

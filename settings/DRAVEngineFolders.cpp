@@ -14,6 +14,7 @@ struct ProductNames
     std::string longName = "Tidemix";
     std::string compactName = "Tidemix";
     std::string companyName = "Drovane";
+    std::string appDataFolder;  // set by the application; empty: the configuration home
 };
 
 ProductNames& Names()
@@ -73,8 +74,29 @@ std::string GetProductCompactName()
     return names.compactName;
 }
 
+void DRAVSetAppDataDirectory(const std::string& folder)
+{
+    ProductNames& names = Names();
+    std::lock_guard<std::mutex> guard(names.mutex);
+    names.appDataFolder = folder;
+}
+
 std::string DRAVGetAppDataDirectory(bool create)
 {
+    std::string chosen;
+    {
+        ProductNames& names = Names();
+        std::lock_guard<std::mutex> guard(names.mutex);
+        chosen = names.appDataFolder;
+    }
+    if (!chosen.empty())
+    {
+        if (create)
+        {
+            DplFile_CreateFolder(chosen, true);
+        }
+        return chosen;
+    }
     const std::string base = DplFile_GetUserConfigFolder();
     if (base.empty())
     {

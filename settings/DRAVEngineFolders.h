@@ -15,5 +15,8 @@ std::string GetProductCompactName();
 // each missing level is made. Empty when no home folder is known: callers
 // then have no settings folder, never a shared stand-in.
 std::string DRAVGetAppDataDirectory(bool create);
+// An application that keeps its data elsewhere names the folder itself; both
+// layers then use it as it is (made with create). Empty goes back to the rule above.
+void DRAVSetAppDataDirectory(const std::string& folder);
 // "$HOME/Videos/<product>", made level by level with create.
 std::string DRAVGetMovieDirectory(bool create);

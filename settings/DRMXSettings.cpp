@@ -73,6 +73,12 @@ DRAVResult DRMXSettings::LoadSettings(const std::string& path)
     {
         return DRAVResult(kDRAVResultErrCouldNotOpenFile);
     }
+    return LoadSettingsFromText(text);
+}
+
+DRAVResult DRMXSettings::LoadSettingsFromText(const std::string& text)
+{
+    loadedCorrectly_ = false;
     nlohmann::json root;
     if (!DPLJSONUtils::Parse(text, root).Succeeded() || !root.is_object())
     {
@@ -101,12 +107,10 @@ DRAVResult DRMXSettings::LoadSettings(const std::string& path)
             {
                 return DRAVResult(kDRAVResultErrInvalidParameter);
             }
+            // Virtual channels are welcome in the local mix: here they are
+            // devices the library installs itself, and refusing one would
+            // throw the user's whole layout away at the next start.
             selector.SetMixerNodeID(index++);
-            if (selector.GetType() == kInputTypeVirtual)
-            {
-                // Virtual channels can't be inputs of the local mix here.
-                return DRAVResult(kDRAVResultErrInvalidParameter, "No virtual channels allowed for macOS");
-            }
             mixerConfiguration.AddMixerInputLocal(selector);
         }
         index = 0;
@@ -334,6 +338,21 @@ void DRMXSettings::LoadDefaultMicrophoneSettings(DRMXInputSelector& selector, DR
         selector.gain = 0.5;
         selector.mute = true;
     }
+}
+
+DRAVResult DRMXSettings::LoadDefaultAppAudioSettings()
+{
+    const std::vector<DRMXInputSelector> inputs =
+        queries_.defaultAppAudioInputs ? queries_.defaultAppAudioInputs() : std::vector<DRMXInputSelector>();
+    int32_t node = 1;  // node 0 is the microphone's
+    for (DRMXInputSelector input : inputs)
+    {
+        input.SetMixerNodeID(node++);
+        input.gain = 1.0;
+        mixerConfiguration.AddMixerInputLocal(input);
+        mixerConfiguration.AddMixerInputStream(input);
+    }
+    return DRAVResult(kDRAVResultOk);
 }
 
 void DRMXSettings::ResetSettings()

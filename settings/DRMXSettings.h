@@ -38,16 +38,20 @@ public:
         std::function<std::vector<DRMXOutputSelector>(DRMXOutputType, const std::string& name)>
             availableOutputs;
         std::function<std::vector<DRMXInputSelector>(DRMXInputType)> availableInputs;
+        std::function<std::vector<DRMXInputSelector>()> defaultAppAudioInputs;
     };
 
     void SetDeviceQueries(DeviceQueries queries) { queries_ = std::move(queries); }
 
     DRAVResult LoadSettings(const std::string& path);
+    // The same from the file's text, for callers that hold it already.
+    DRAVResult LoadSettingsFromText(const std::string& text);
     DRAVResult SaveSettings(const std::string& path);
     DRAVResult LoadDefaultSettings();
     DRAVResult LoadDefaultOutputs();
     DRAVResult LoadDefaultMicrophoneSettings();
     static void LoadDefaultMicrophoneSettings(DRMXInputSelector& selector, DRMXMixerType mixerType);
+    DRAVResult LoadDefaultAppAudioSettings();
     DRAVResult Validate();
     // Back to a new state with empty mixer lists; version, the buffer sizes
     // and the two flags stay.
