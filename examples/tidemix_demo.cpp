@@ -12,6 +12,7 @@
 
 #include "FirmwareUpdateDemo.h"
 #include "MixToWavDemo.h"
+#include "SessionDemo.h"
 #include "TwoMixesDemo.h"
 #include "control/DRMXManager.h"
 #include "platform/Platform.h"
@@ -30,6 +31,7 @@ struct Options
     std::string localWav;
     std::string streamWav;
     std::string firmwareUpdate;
+    bool session = false;
 };
 
 void PrintHelp(const char* program)
@@ -61,6 +63,12 @@ void PrintHelp(const char* program)
         "                       from FILE through the manager, printing state and percentage as\n"
         "                       they are polled and the version before and after; exits 0 only\n"
         "                       when the update ends in state 5 with FILE's version on the device\n"
+        "  --session            instead: the whole life of an application session on the simulated\n"
+        "                       platform: Init with --config-dir DIR as the application data folder,\n"
+        "                       a layout from the available devices (or the one DIR/Settings.json\n"
+        "                       keeps), the music channel unplugged at a third of --duration and\n"
+        "                       brought back at two thirds, a sleep and wake, and Deinit writing\n"
+        "                       DIR/Settings.json; every step and notification is printed\n"
         "  --help               this text\n",
         program);
 }
@@ -120,6 +128,10 @@ bool ParseOptions(int argc, char** argv, Options& options)
         {
             options.firmwareUpdate = argv[++i];
         }
+        else if (arg == "--session")
+        {
+            options.session = true;
+        }
         else if (arg == "--config-dir" && hasValue)
         {
             options.configDir = argv[++i];
@@ -133,6 +145,11 @@ bool ParseOptions(int argc, char** argv, Options& options)
     if (options.twoMixes && (options.localWav.empty() || options.streamWav.empty()))
     {
         fprintf(stderr, "--two-mixes wants --local-wav FILE and --stream-wav FILE\n");
+        return false;
+    }
+    if (options.session && options.configDir.empty())
+    {
+        fprintf(stderr, "--session wants --config-dir DIR\n");
         return false;
     }
     return true;
@@ -171,11 +188,12 @@ int main(int argc, char** argv)
             printf("    [library %s] %s\n", tag, line.c_str());
         });
 
-    if (!options.mixToWav.empty() || options.twoMixes || !options.firmwareUpdate.empty())
+    if (!options.mixToWav.empty() || options.twoMixes || !options.firmwareUpdate.empty() || options.session)
     {
-        const int code = !options.firmwareUpdate.empty() ? RunFirmwareUpdate(options.firmwareUpdate)
-                         : options.twoMixes              ? RunTwoMixes(options.localWav, options.streamWav,
-                                                                       options.durationSeconds, options.measureCpu)
+        const int code = options.session ? RunSession(options.durationSeconds, options.configDir)
+                         : !options.firmwareUpdate.empty() ? RunFirmwareUpdate(options.firmwareUpdate)
+                         : options.twoMixes                ? RunTwoMixes(options.localWav, options.streamWav,
+                                                                         options.durationSeconds, options.measureCpu)
                                             : RunMixToWav(options.mixToWav, options.durationSeconds);
         DRAVSetLogHandler(nullptr);
         std::error_code error;
