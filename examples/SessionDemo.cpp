@@ -351,7 +351,11 @@ int RunSession(double seconds, const std::string& configDir)
     bool musicRestored = false;
     double silentLevel = -1.0;
     double nextPrint = 0.0;
-    while (applied.Succeeded() && elapsed() < seconds)
+    const auto musicBack = [&] { return musicRestored && MusicLevel(*manager, kMixerStream) > 0.05; };
+    // A loaded machine may hear of the returned device late: the run waits a
+    // few seconds more for it rather than end on a channel not yet back.
+    while (applied.Succeeded() &&
+           (elapsed() < seconds || (pluggedBack && !musicBack() && elapsed() < seconds + 5)))
     {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
         const double at = elapsed();
@@ -393,7 +397,7 @@ int RunSession(double seconds, const std::string& configDir)
                 musicRestored = musicRestored && moved.Succeeded();
             }
         }
-        if (!slept && at >= 0.85 * seconds)
+        if (!slept && at >= seconds / 6.0)
         {
             slept = true;
             platform->PowerSource().Sleep();
@@ -408,6 +412,7 @@ int RunSession(double seconds, const std::string& configDir)
         }
     }
     const double musicAtEnd = MusicLevel(*manager, kMixerStream);
+    const bool musicCameBack = musicBack() && silentLevel < 0.01;
     printf("music channel at the end: %.3f (silent while unplugged: %.3f)\n", musicAtEnd, silentLevel);
 
     // The layout as it stands is what the next start restores.
@@ -434,6 +439,5 @@ int RunSession(double seconds, const std::string& configDir)
     tidemix::platform::Platform::Use(nullptr);
     DRAVSetAppDataDirectory("");
 
-    const bool musicCameBack = musicRestored && musicAtEnd > 0.05 && silentLevel < 0.01;
     return applied.Succeeded() && written && musicCameBack && slept ? 0 : 1;
 }

@@ -10,7 +10,7 @@ trap 'rm -rf "$dir"' EXIT
 # The printed layout, without its title line.
 layout() { sed -n '/^layout \(built\|restored\)/,/^ConfigureMixer/p' "$1" | sed '1d;$d' | grep -v '\[library'; }
 
-"$demo" --session --duration 3 --config-dir "$dir" >"$dir/first.log" 2>&1 || { cat "$dir/first.log"; exit 1; }
+"$demo" --session --duration 6 --config-dir "$dir" >"$dir/first.log" 2>&1 || { cat "$dir/first.log"; exit 1; }
 grep -q '^layout built:' "$dir/first.log"
 /usr/bin/python3 - "$dir/Settings.json" <<'PY'
 import json, sys
@@ -27,7 +27,7 @@ assert isinstance(root["Tidemix Application Settings"], dict)
 names = [i["inputName"] for i in engine["Mixer Inputs Local"]]
 assert names == [i["inputName"] for i in engine["Mixer Inputs Stream"]] and len(names) == 3, names
 PY
-"$demo" --session --duration 3 --config-dir "$dir" >"$dir/second.log" 2>&1 || { cat "$dir/second.log"; exit 1; }
+"$demo" --session --duration 6 --config-dir "$dir" >"$dir/second.log" 2>&1 || { cat "$dir/second.log"; exit 1; }
 grep -q '^layout restored from' "$dir/second.log"
 diff <(layout "$dir/first.log") <(layout "$dir/second.log")
 echo "session demo: the same layout both times"
