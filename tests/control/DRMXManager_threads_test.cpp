@@ -11,26 +11,13 @@
 #include "control/DRMXPlatformHooks.h"
 #include "control/ManagerFakes.h"
 #include "support/LogCapture.h"
+#include "support/ThreadsTestSupport.h"
 
 using namespace DRMX_Settings;
 using namespace tidemix::test;
 
 namespace
 {
-bool WaitFor(const std::function<bool()>& condition, std::chrono::milliseconds limit = std::chrono::seconds(10))
-{
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!condition())
-    {
-        if (std::chrono::steady_clock::now() > deadline)
-        {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
-
 // The user's speakers (the system's default output) and the stream device.
 std::vector<DRMXOutputSelector> Outputs()
 {
@@ -70,16 +57,17 @@ protected:
         powerObserver = std::make_shared<FakePowerObserver>();
 
         DRMXPlatformHooks hooks;
-        hooks.createMixer = [this](const std::string& name, DRMXMixerType type) {
+        hooks.createMixer = [this](const std::string& name, DRMXMixerType type)
+        {
             auto mixer = std::make_shared<FakeMixer>(name, type, events);
             (type == kMixerLocal ? localMixer : streamMixer) = mixer;
             return mixer;
         };
-        hooks.registerDeviceObservers = [this] {
-            return std::vector<std::shared_ptr<DRMXDeviceObserverBase>>{deviceObserver};
-        };
+        hooks.registerDeviceObservers = [this]
+        { return std::vector<std::shared_ptr<DRMXDeviceObserverBase>>{deviceObserver}; };
         hooks.registerPowerStateObserver = [this] { return powerObserver; };
-        hooks.availableInputs = [this](DRMXInputType type) {
+        hooks.availableInputs = [this](DRMXInputType type)
+        {
             std::vector<DRMXInputSelector> inputs;
             if (type == kInputTypeMainMicrophone && microphonePlugged.load())
             {
@@ -88,7 +76,8 @@ protected:
             return inputs;
         };
         hooks.availableOutputs = [](DRMXOutputType) { return Outputs(); };
-        hooks.createInput = [this](const DRMXInputSelector&, std::shared_ptr<DRMXInputInterface>* out) {
+        hooks.createInput = [this](const DRMXInputSelector&, std::shared_ptr<DRMXInputInterface>* out)
+        {
             ++microphonesCreated;
             *out = microphone;
             return DRAVResult(kDRAVResultOk);
@@ -148,7 +137,8 @@ TEST_F(ManagerTest, EmptyMixesRefuseToStartWithBothMessages)
     EXPECT_FALSE(manager->IsMixing());
     for (const std::string& event : events.Events())
     {
-        EXPECT_NE(event.rfind("start ", 0), 0u) << "nothing may start when the layout is incomplete: " << event;
+        EXPECT_NE(event.rfind("start ", 0), 0u)
+            << "nothing may start when the layout is incomplete: " << event;
     }
 }
 
@@ -169,16 +159,16 @@ TEST_F(ManagerTest, StartsInOrderAndStopsInReverseLayers)
     ASSERT_TRUE(manager->StartMixing().Succeeded());
     EXPECT_TRUE(manager->IsMixing());
     const std::vector<std::string> expectedStart = {
-        "start local input",  "start stream input",   "start local output",   "start stream output",
-        "start monitor output", "start Local Mixer",    "start microphone",     "start Remote Mixer"};
+        "start local input",    "start stream input", "start local output", "start stream output",
+        "start monitor output", "start Local Mixer",  "start microphone",   "start Remote Mixer"};
     EXPECT_EQ(events.Events(), expectedStart);
 
     events.Clear();
     manager->StopMixing();
     EXPECT_FALSE(manager->IsMixing());
-    const std::vector<std::string> expectedStop = {"stop local output",  "stop stream output", "stop monitor output",
-                                                   "stop Local Mixer",   "stop Remote Mixer",  "stop local input",
-                                                   "stop stream input"};
+    const std::vector<std::string> expectedStop = {
+        "stop local output", "stop stream output", "stop monitor output", "stop Local Mixer",
+        "stop Remote Mixer", "stop local input",   "stop stream input"};
     EXPECT_EQ(events.Events(), expectedStop);
 }
 
@@ -220,7 +210,8 @@ TEST_F(ManagerTest, WithoutAMicrophoneEverythingStartedIsStoppedAgain)
     EXPECT_GE(log.Count("No Drovane microphone found"), 1u);
     for (const char* unit : {"local input", "stream input", "local output", "stream output", "Local Mixer"})
     {
-        EXPECT_EQ(events.Count(std::string("start ") + unit), events.Count(std::string("stop ") + unit)) << unit;
+        EXPECT_EQ(events.Count(std::string("start ") + unit), events.Count(std::string("stop ") + unit))
+            << unit;
     }
     EXPECT_EQ(events.Count("start Remote Mixer"), 0u);
     EXPECT_FALSE(manager->GetLevelMeteringEnabled());
@@ -239,7 +230,7 @@ TEST_F(ManagerTest, LevelMeteringNeedsMixingAndFeedsNodesAndOutputs)
 
     auto output = std::dynamic_pointer_cast<DRMXOutputBase>(localMixer->GetOutput());
     ASSERT_NE(output, nullptr);
-    ASSERT_TRUE(WaitFor([&] { return output->GetVULevelChannel1() > 0.99; }));
+    ASSERT_TRUE(threads_test::WaitUntil([&] { return output->GetVULevelChannel1() > 0.99; }));
     EXPECT_DOUBLE_EQ(output->GetVULevelChannel1(), 1.0);  // 0 dB
     EXPECT_DOUBLE_EQ(output->GetVULevelChannel2(), 0.0);  // -50 dB
 
@@ -345,26 +336,32 @@ TEST_F(ManagerTest, LockOrderHoldsUnderConcurrentStartStopAndDeviceChanges)
 {
     LayOut();
     std::atomic<bool> stop{false};
-    std::thread application([&] {
-        for (int i = 0; i < 50 && !stop.load(); ++i)
+    std::thread application(
+        [&]
         {
-            manager->StartMixing();
-            manager->StopMixing();
-        }
-    });
-    std::thread devices([&] {
-        for (int i = 0; i < 50 && !stop.load(); ++i)
+            for (int i = 0; i < 50 && !stop.load(); ++i)
+            {
+                manager->StartMixing();
+                manager->StopMixing();
+            }
+        });
+    std::thread devices(
+        [&]
         {
-            deviceObserver->NotifyChanges();
-        }
-    });
-    std::thread power([&] {
-        for (int i = 0; i < 20 && !stop.load(); ++i)
+            for (int i = 0; i < 50 && !stop.load(); ++i)
+            {
+                deviceObserver->NotifyChanges();
+            }
+        });
+    std::thread power(
+        [&]
         {
-            powerObserver->SetPowerState(i % 2 == 0 ? kPowerStateWillSleep : kPowerStateAwake);
-            powerObserver->NotifyChanges();
-        }
-    });
+            for (int i = 0; i < 20 && !stop.load(); ++i)
+            {
+                powerObserver->SetPowerState(i % 2 == 0 ? kPowerStateWillSleep : kPowerStateAwake);
+                powerObserver->NotifyChanges();
+            }
+        });
     application.join();
     devices.join();
     power.join();
