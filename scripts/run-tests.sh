@@ -60,9 +60,12 @@ while read -r line; do
 done < "$summary"
 echo "== all test runs =="
 echo "$passed passed, $((total - passed)) failed"
-
+failed=0
 if [ "$asan_rc" -ne 0 ] || [ "$pw_rc" -ne 0 ] || [ "$tsan_rc" -ne 0 ] || [ "$fuzz_rc" -ne 0 ] ||
   [ "$install_rc" -ne 0 ]; then
   echo "tests failed (asan=$asan_rc pipewire=$pw_rc tsan=$tsan_rc fuzz=$fuzz_rc install=$install_rc)"
-  exit 1
+  failed=1
 fi
+# Last of all, failed or not: how much of the code the tests are.
+bash scripts/code-balance.sh
+exit "$failed"

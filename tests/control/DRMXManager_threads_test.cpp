@@ -14,27 +14,13 @@
 #include "control/DRMXPlatformHooks.h"
 #include "control/ManagerFakes.h"
 #include "support/LogCapture.h"
+#include "support/ThreadsTestSupport.h"
 
 using namespace DRMX_Settings;
 using namespace tidemix::test;
 
 namespace
 {
-bool WaitFor(const std::function<bool()>& condition,
-             std::chrono::milliseconds limit = std::chrono::seconds(10))
-{
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!condition())
-    {
-        if (std::chrono::steady_clock::now() > deadline)
-        {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
-
 // The user's speakers (the system's default output) and the stream device.
 std::vector<DRMXOutputSelector> Outputs()
 {
@@ -247,7 +233,7 @@ TEST_F(ManagerTest, LevelMeteringNeedsMixingAndFeedsNodesAndOutputs)
 
     auto output = std::dynamic_pointer_cast<DRMXOutputBase>(localMixer->GetOutput());
     ASSERT_NE(output, nullptr);
-    ASSERT_TRUE(WaitFor([&] { return output->GetVULevelChannel1() > 0.99; }));
+    ASSERT_TRUE(threads_test::WaitUntil([&] { return output->GetVULevelChannel1() > 0.99; }));
     EXPECT_DOUBLE_EQ(output->GetVULevelChannel1(), 1.0);  // 0 dB
     EXPECT_DOUBLE_EQ(output->GetVULevelChannel2(), 0.0);  // -50 dB
 

@@ -31,22 +31,8 @@ using tidemix::platform::sim::SimSignal;
 
 constexpr int64_t kBlockFrames = 960;
 
-DRMXInputSelector InputFor(const std::string& uid, int nodeId)
-{
-    DRMXInputSelector selector;
-    selector.SetType(kInputTypeHardware);
-    selector.SetHardwareId(uid);
-    selector.SetMixerNodeID(nodeId);
-    return selector;
-}
-
-DRMXOutputSelector OutputFor(const std::string& uid)
-{
-    DRMXOutputSelector selector;
-    selector.SetType(kOutputTypeHardware);
-    selector.SetHardwareId(uid);
-    return selector;
-}
+using tidemix::test::InputFor;
+using tidemix::test::OutputFor;
 
 std::shared_ptr<DRMXMixer> MixOf(const std::vector<std::string>& inputs, const std::string& output,
                                  DRMXMixerType type = kMixerLocal)

@@ -37,21 +37,8 @@ using tidemix::test::TestMixRoad;
 
 constexpr double kBlockSeconds = 0.02;
 
-DRMXInputSelector InputFor(const std::string& uid)
-{
-    DRMXInputSelector selector;
-    selector.SetType(kInputTypeHardware);
-    selector.SetHardwareId(uid);
-    return selector;
-}
-
-DRMXOutputSelector OutputFor(const std::string& uid)
-{
-    DRMXOutputSelector selector;
-    selector.SetType(kOutputTypeHardware);
-    selector.SetHardwareId(uid);
-    return selector;
-}
+using tidemix::test::InputFor;
+using tidemix::test::OutputFor;
 
 // A tone's amplitude in the 20 ms pieces that carry it whole.
 double ToneAmplitude(const std::vector<float>& samples, double frequency)

@@ -312,43 +312,6 @@ TEST(AudioFormatConverter, FrameCountsFollowTheExactRatioOverALongRun)
     }
 }
 
-TEST(AudioFormatConverter, NonFiniteAndOutOfRangeSamplesGiveDefinedInt16)
-{
-    const DeviceStreamFormat mix = AudioFormatConverter::MixFormat();
-    const DeviceStreamFormat device = Format(48000, 2, SampleEncoding::Int16, false);
-    const float inf = std::numeric_limits<float>::infinity();
-    const float nan = std::numeric_limits<float>::quiet_NaN();
-    const std::vector<float> in = {nan,   2.0f, -2.0f, inf,    -inf, 1.0f,
-                                   -1.0f, 0.5f, 1e30f, -1e30f, 0.0f, -0.0f};
-    const std::vector<int16_t> expected = {0,      32767, -32768, 32767,  -32768, 32767,
-                                           -32767, 16384, 32767,  -32768, 0,      0};
-    const auto n = static_cast<uint32_t>(in.size());
-    const std::vector<float> reversed(in.rbegin(), in.rend());
-    auto converter = AudioFormatConverter::Create(mix, device, 64, FromArrays(in.data(), reversed.data()));
-    ASSERT_NE(converter, nullptr);
-    std::vector<int16_t> left(n), right(n);
-    void* buffers[2] = {left.data(), right.data()};
-    converter->Render(buffers, n);
-    EXPECT_EQ(left, expected);
-    EXPECT_EQ(right, std::vector<int16_t>(expected.rbegin(), expected.rend()));
-
-    // Int16 full scale comes back as exactly -1.0 and just under 1.0.
-    auto back =
-        AudioFormatConverter::Create(device, mix, 64,
-                                     [](void* const* buffers, uint32_t frames)
-                                     {
-                                         std::fill_n(static_cast<int16_t*>(buffers[0]), frames, -32768);
-                                         std::fill_n(static_cast<int16_t*>(buffers[1]), frames, 32767);
-                                         return frames;
-                                     });
-    ASSERT_NE(back, nullptr);
-    float l[4], r[4];
-    void* mixBuffers[2] = {l, r};
-    back->Render(mixBuffers, 4);
-    EXPECT_EQ(l[0], -1.0f);
-    EXPECT_EQ(r[3], 32767.0f / 32768.0f);
-}
-
 TEST(AudioFormatConverter, SingleFrameRendersNeverAskForZeroFramesAndResetRestartsTheSchedule)
 {
     std::vector<uint32_t> requests;

@@ -5,8 +5,8 @@
 #include <memory>
 #include <vector>
 
-#include "engine/media/DRAVAudioBuffer.h"
 #include "engine/filters/DRAVEngineFilters.h"
+#include "engine/media/DRAVAudioBuffer.h"
 #include "engine/units/DRAVSource.h"
 #include "support/UnitTestSupport.h"
 
@@ -168,21 +168,7 @@ TEST_F(LevelmeterTest, DecreaseValueIsAProperty)
 
 TEST_F(LevelmeterTest, SourceStartsAMeterFromTheEngineTable)
 {
-    DRAVUnitFactory factory;
-    factory.createFilter =
-        [](int32_t type, std::shared_ptr<DRAVUnit> owner, bool init, std::shared_ptr<DRAVUnit>* out)
-    {
-        std::shared_ptr<DRAVFilter> filter = DRAVCreateEngineFilter(DRAVFilterConfig{type, false});
-        if (!filter)
-            return DRAVResult(kDRAVResultErrUnknownUnit);
-        owner->AddChild(filter);
-        filter->SetOwner(owner);
-        DRAVResult result = init ? filter->Init() : DRAVResult(kDRAVResultOk);
-        if (result.Succeeded())
-            *out = filter;
-        return result;
-    };
-    DRAVUnitFactory::Install(factory);
+    DRAVUnitFactory::Install(EngineFilterFactory());
 
     auto source = std::make_shared<PlainSource>("source");
     ASSERT_EQ(source->InitSource(kDRAVPinTypePull), kDRAVResultOk);

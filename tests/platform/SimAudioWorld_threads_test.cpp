@@ -17,28 +17,13 @@
 #include "platform/HostTime.h"
 #include "platform/sim/SimWavFile.h"
 #include "support/SimAudioAnalysis.h"
+#include "support/ThreadsTestSupport.h"
 
 namespace tidemix::platform::sim
 {
 namespace
 {
 using namespace std::chrono_literals;
-
-// Polls a condition for up to a generous time: the machine may be loaded.
-template <typename Predicate>
-bool WaitFor(Predicate predicate, std::chrono::milliseconds limit = 10s)
-{
-    const auto end = std::chrono::steady_clock::now() + limit;
-    while (std::chrono::steady_clock::now() < end)
-    {
-        if (predicate())
-        {
-            return true;
-        }
-        std::this_thread::sleep_for(2ms);
-    }
-    return predicate();
-}
 
 // Collects capture packets on the device thread without allocating: the
 // sample store is reserved up front and each channel is kept as float.
@@ -156,7 +141,7 @@ TEST(SimAudioWorld, CaptureDeliversTheSignalAtTheSkewedRate)
     ASSERT_NE(stream, nullptr);
     EXPECT_EQ(stream->Format(), format);
     ASSERT_TRUE(stream->Start().Succeeded());
-    ASSERT_TRUE(WaitFor([&] { return collector.Packets() >= 150; }));
+    ASSERT_TRUE(threads_test::WaitUntil([&] { return collector.Packets() >= 150; }));
     stream->Stop();
 
     std::lock_guard guard(collector.lock_);
@@ -195,7 +180,7 @@ TEST(SimAudioWorld, PlanarInt16DeviceDeliversOneBufferPerChannel)
     CaptureCollector collector(format, 44100 * 2);
     auto stream = world.OpenCapture(id, std::ref(collector));
     ASSERT_TRUE(stream->Start().Succeeded());
-    ASSERT_TRUE(WaitFor([&] { return collector.Packets() >= 110; }));
+    ASSERT_TRUE(threads_test::WaitUntil([&] { return collector.Packets() >= 110; }));
     stream->Stop();
     std::lock_guard guard(collector.lock_);
     const double stampedRate =
@@ -231,7 +216,7 @@ TEST(SimAudioWorld, TwoStreamsOnOneDeviceHearTheSamePackets)
     ASSERT_TRUE(first->Start().Succeeded());
     ASSERT_TRUE(second->Start().Succeeded());
     world.SetFaults(id, {});
-    ASSERT_TRUE(WaitFor([&] { return a.Packets() >= 20 && b.Packets() >= 20; }));
+    ASSERT_TRUE(threads_test::WaitUntil([&] { return a.Packets() >= 20 && b.Packets() >= 20; }));
     first->Stop();
     second->Stop();
     const auto x = a.Channel(0);
@@ -266,7 +251,7 @@ TEST(SimAudioWorld, RemovingADeviceStopsItsCallbacksAndFiresTheListener)
                                         callbacks.fetch_add(1);
                                     });
     ASSERT_TRUE(stream->Start().Succeeded());
-    ASSERT_TRUE(WaitFor([&] { return callbacks.load() >= 5; }));
+    ASSERT_TRUE(threads_test::WaitUntil([&] { return callbacks.load() >= 5; }));
     ASSERT_TRUE(world.RemoveDevice(id));
     removed.store(true);
     const uint64_t atRemoval = callbacks.load();
@@ -336,7 +321,7 @@ TEST(SimAudioWorld, PlaybackRecordingHoldsWhatWasPlayedAfterVolume)
     stream->SetVolume(0.5f);
     EXPECT_EQ(stream->Volume(), 0.5f);
     ASSERT_TRUE(stream->Start().Succeeded());
-    ASSERT_TRUE(WaitFor([&] { return next.load() >= 9600; }));
+    ASSERT_TRUE(threads_test::WaitUntil([&] { return next.load() >= 9600; }));
     stream->Stop();
     world.StopRecording(id);
     auto recorder = world.Recording(id);
@@ -380,7 +365,7 @@ TEST(SimAudioWorld, TwoPlaybackStreamsOnOneDeviceAreMixed)
     ASSERT_TRUE(a->Start().Succeeded());
     ASSERT_TRUE(b->Start().Succeeded());
     world.SetFaults(id, {});
-    ASSERT_TRUE(WaitFor([&] { return world.Recording(id)->Frames() >= 4800; }));
+    ASSERT_TRUE(threads_test::WaitUntil([&] { return world.Recording(id)->Frames() >= 4800; }));
     a->Stop();
     b->Stop();
     const SimSound sound = world.Recording(id)->Snapshot();
@@ -419,7 +404,7 @@ TEST(SimAudioWorld, StopWhileCallbacksRunIsSafeAndFinal)
         stopped.store(false);
         ASSERT_TRUE(stream->Start().Succeeded());
         const int before = calls.load();
-        ASSERT_TRUE(WaitFor([&] { return calls.load() > before; }));
+        ASSERT_TRUE(threads_test::WaitUntil([&] { return calls.load() > before; }));
         stream->Stop();
         stopped.store(true);
         std::this_thread::sleep_for(1ms);
@@ -436,7 +421,7 @@ TEST(SimAudioWorld, StopWhileCallbacksRunIsSafeAndFinal)
                                          selfStopping->Stop();
                                      });
     ASSERT_TRUE(selfStopping->Start().Succeeded());
-    ASSERT_TRUE(WaitFor([&] { return selfStopCalls.load() >= 1; }));
+    ASSERT_TRUE(threads_test::WaitUntil([&] { return selfStopCalls.load() >= 1; }));
     std::this_thread::sleep_for(50ms);
     EXPECT_EQ(selfStopCalls.load(), 1);
 }
@@ -448,7 +433,7 @@ TEST(SimAudioWorld, StalledDeviceStopsCallingBackAndResumes)
     std::atomic<int> calls{0};
     auto stream = world.OpenCapture(id, [&](const CapturePacket&) { calls.fetch_add(1); });
     ASSERT_TRUE(stream->Start().Succeeded());
-    ASSERT_TRUE(WaitFor([&] { return calls.load() >= 3; }));
+    ASSERT_TRUE(threads_test::WaitUntil([&] { return calls.load() >= 3; }));
     SimDeviceFaults faults;
     faults.stalled = true;
     ASSERT_TRUE(world.SetFaults(id, faults));
@@ -458,7 +443,7 @@ TEST(SimAudioWorld, StalledDeviceStopsCallingBackAndResumes)
     std::this_thread::sleep_for(150ms);
     EXPECT_EQ(calls.load(), atStall);
     ASSERT_TRUE(world.SetFaults(id, {}));
-    EXPECT_TRUE(WaitFor([&] { return calls.load() >= atStall + 3; }));
+    EXPECT_TRUE(threads_test::WaitUntil([&] { return calls.load() >= atStall + 3; }));
     stream->Stop();
 }
 
@@ -475,7 +460,7 @@ TEST(SimAudioWorld, IrregularPacketsVaryButKeepTheRate)
     CaptureCollector collector(format, 48000 * 3);
     auto stream = world.OpenCapture(id, std::ref(collector));
     ASSERT_TRUE(stream->Start().Succeeded());
-    ASSERT_TRUE(WaitFor([&] { return collector.Packets() >= 200; }));
+    ASSERT_TRUE(threads_test::WaitUntil([&] { return collector.Packets() >= 200; }));
     stream->Stop();
     std::lock_guard guard(collector.lock_);
     EXPECT_GE(collector.minFrames_, 1u);
@@ -538,49 +523,22 @@ TEST(SimAudioWorld, ChangedSignalAndFormatReachARunningStream)
         std::lock_guard guard(lock);
         return lastPeak;
     };
-    ASSERT_TRUE(WaitFor([&] { return world.PacketsDelivered(id, SimDirection::Input) >= 2; }));
+    ASSERT_TRUE(
+        threads_test::WaitUntil([&] { return world.PacketsDelivered(id, SimDirection::Input) >= 2; }));
     EXPECT_EQ(peak(), 0.0f);
     world.SetSignal(id, SimSignal::Sine(1000.0, 0.75));
-    EXPECT_TRUE(WaitFor([&] { return std::fabs(peak() - 0.75f) < 0.01f; }));
+    EXPECT_TRUE(threads_test::WaitUntil([&] { return std::fabs(peak() - 0.75f) < 0.01f; }));
     DeviceStreamFormat planar{48000, 2, SampleEncoding::Float32, false};
     ASSERT_TRUE(world.SetInputFormat(id, planar));
     EXPECT_EQ(stream->Format(), planar);
     EXPECT_EQ(world.Device(id)->inputFormat, planar);
-    EXPECT_TRUE(WaitFor(
+    EXPECT_TRUE(threads_test::WaitUntil(
         [&]
         {
             std::lock_guard guard(lock);
             return lastBufferCount == 2;
         }));
     EXPECT_FALSE(world.SetOutputFormat(id, planar));  // no output side
-    stream->Stop();
-}
-
-TEST(SimAudioWorld, PlaybackMovesToAnotherDeviceWhileRunning)
-{
-    SimAudioWorld world;
-    DeviceStreamFormat mono{48000, 1, SampleEncoding::Float32, true};
-    const uint32_t a = world.AddDevice(SimDeviceSpec::Speaker("a", "A", mono));
-    const uint32_t b = world.AddDevice(SimDeviceSpec::Speaker("b", "B", mono));
-    world.StartRecording(a, 10.0);
-    world.StartRecording(b, 10.0);
-    auto stream = world.OpenPlayback(a,
-                                     [](const PlaybackRequest& r) {
-                                         std::fill(static_cast<float*>(r.buffers[0]),
-                                                   static_cast<float*>(r.buffers[0]) + r.frames, 0.5f);
-                                     });
-    ASSERT_TRUE(stream->Start().Succeeded());
-    ASSERT_TRUE(WaitFor([&] { return world.Recording(a)->Frames() >= 960; }));
-    ASSERT_TRUE(stream->MoveTo(b).Succeeded());
-    ASSERT_TRUE(WaitFor([&] { return world.Recording(b)->Frames() >= 960; }));
-    // A has no stream left: its clock idles.
-    const size_t aFramesAtMove = world.Recording(a)->Frames();
-    std::this_thread::sleep_for(50ms);
-    EXPECT_EQ(world.Recording(a)->Frames(), aFramesAtMove);
-    EXPECT_EQ(test::Peak(world.Recording(a)->Snapshot().samples), 0.5);
-    const SimSound bSound = world.Recording(b)->Snapshot();
-    EXPECT_EQ(test::Peak(bSound.samples), 0.5);
-    EXPECT_FALSE(stream->MoveTo(12345).Succeeded());
     stream->Stop();
 }
 
@@ -602,7 +560,7 @@ TEST(SimAudioWorld, ListenerRemovalWaitsForARunningCall)
             inside.store(false);
         });
     world.AddDevice(SimDeviceSpec::Microphone("m", "M"));
-    ASSERT_TRUE(WaitFor([&] { return inside.load(); }));
+    ASSERT_TRUE(threads_test::WaitUntil([&] { return inside.load(); }));
     std::atomic<bool> removed{false};
     std::thread remover(
         [&]
@@ -653,7 +611,7 @@ TEST(SimAudioWorld, StreamsOutliveTheWorldSafely)
         playback = world.OpenPlayback(id, [&](const PlaybackRequest&) { calls.fetch_add(1); });
         ASSERT_TRUE(capture->Start().Succeeded());
         ASSERT_TRUE(playback->Start().Succeeded());
-        ASSERT_TRUE(WaitFor([&] { return calls.load() >= 4; }));
+        ASSERT_TRUE(threads_test::WaitUntil([&] { return calls.load() >= 4; }));
     }
     const int atEnd = calls.load();
     std::this_thread::sleep_for(30ms);
@@ -662,11 +620,6 @@ TEST(SimAudioWorld, StreamsOutliveTheWorldSafely)
     capture->Stop();
     playback->Stop();
 }
-
-}  // namespace tidemix::platform::sim
-
-namespace tidemix::platform::sim
-{
 
 TEST(SimAudioWorld, VirtualDevicesLoopWhatIsPlayedBackToTheirInput)
 {
@@ -699,7 +652,7 @@ TEST(SimAudioWorld, VirtualDevicesLoopWhatIsPlayedBackToTheirInput)
     auto capture = world.OpenCapture(music, std::ref(collector));
     ASSERT_TRUE(player->Start().Succeeded());
     ASSERT_TRUE(capture->Start().Succeeded());
-    ASSERT_TRUE(WaitFor([&] { return collector.Packets() >= 150; }));
+    ASSERT_TRUE(threads_test::WaitUntil([&] { return collector.Packets() >= 150; }));
     capture->Stop();
     player->Stop();
     std::vector<float> left = collector.Channel(0);
@@ -728,15 +681,10 @@ TEST(SimAudioWorld, VirtualDevicesLoopWhatIsPlayedBackToTheirInput)
     CaptureCollector quiet(world.Device(ids[0])->inputFormat, 48000);
     auto other = world.OpenCapture(ids[0], std::ref(quiet));
     ASSERT_TRUE(other->Start().Succeeded());
-    ASSERT_TRUE(WaitFor([&] { return quiet.Packets() >= 5; }));
+    ASSERT_TRUE(threads_test::WaitUntil([&] { return quiet.Packets() >= 5; }));
     other->Stop();
     EXPECT_EQ(test::Peak(quiet.Channel(0)), 0.0);
 }
-
-}  // namespace tidemix::platform::sim
-
-namespace tidemix::platform::sim
-{
 
 TEST(SimAudioWorld, UnusableFormatsAndSizesAreRefused)
 {
@@ -765,7 +713,7 @@ TEST(SimAudioWorld, UnusableFormatsAndSizesAreRefused)
                                         }
                                     });
     ASSERT_TRUE(stream->Start().Succeeded());
-    EXPECT_TRUE(WaitFor([&] { return calls.load() >= 10; }));
+    EXPECT_TRUE(threads_test::WaitUntil([&] { return calls.load() >= 10; }));
     stream->Stop();
 }
 

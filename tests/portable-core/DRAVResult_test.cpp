@@ -8,21 +8,10 @@
 #include <vector>
 
 #include "portable-core/DRAVLog.h"
+#include "support/LogCapture.h"
 
 namespace
 {
-// The library's log lines with their levels; the former handler comes back at the end.
-class ScopedLogCapture
-{
-public:
-    ~ScopedLogCapture() { DRAVSetLogHandler(std::move(former_)); }
-    std::vector<std::pair<eDbgPrintLevel, std::string>> lines;
-
-private:
-    DRAVLogHandler former_ = DRAVSetLogHandler([this](eDbgPrintLevel level, const std::string& line)
-                                               { lines.emplace_back(level, line); });
-};
-
 TEST(DRAVResultTest, CodeTableTexts)
 {
     // Codes 4 down to -15 in order, then the sparse ones.
@@ -143,34 +132,34 @@ TEST(DRAVResultTest, MessagesAndLoggedTextsAreCutAt511Characters)
     const DRAVResult custom(kDRAVResultCustomTypeIOKit, 1, "%s", longText.c_str());
     EXPECT_EQ(custom.GetMessage().size(), 511u);
 
-    ScopedLogCapture capture;
+    tidemix::test::LogCapture capture;
     DRAVResult(kDRAVResultErrUnknown).LogError("%s", std::string(700, 'y').c_str());
-    ASSERT_EQ(capture.lines.size(), 1u);
-    EXPECT_EQ(capture.lines[0].second, std::string(511, 'y') + " (DRAVResult -1: ErrUnknown)");
+    ASSERT_EQ(capture.Entries().size(), 1u);
+    EXPECT_EQ(capture.Entries()[0].second, std::string(511, 'y') + " (DRAVResult -1: ErrUnknown)");
 }
 
 TEST(DRAVResultTest, LogErrorIsSilentOnSuccessButLogWritesAlways)
 {
-    ScopedLogCapture capture;
+    tidemix::test::LogCapture capture;
     DRAVResult(kDRAVResultOk).LogError("<%s> never logged", "unit");
     DRAVResult(kDRAVResultCustomTypeIOKit, 0).LogError("never logged either");
-    EXPECT_TRUE(capture.lines.empty());
+    EXPECT_TRUE(capture.Entries().empty());
 
     DRAVResult(kDRAVResultErrNotFound).LogError("<%s> Set child unit <%s> failed.", "mixer", "meter");
     DRAVResult(kDRAVResultErrInvalidState, "state was %d", 2).LogError("Start");
     DRAVResult(kDRAVResultCustomTypeIOKit, 2, "stalled").LogError("Firmware");
-    ASSERT_EQ(capture.lines.size(), 3u);
-    EXPECT_EQ(capture.lines[0].first, kDbgPrintLevelError);
-    EXPECT_EQ(capture.lines[0].second,
+    ASSERT_EQ(capture.Entries().size(), 3u);
+    EXPECT_EQ(capture.Entries()[0].first, kDbgPrintLevelError);
+    EXPECT_EQ(capture.Entries()[0].second,
               "<mixer> Set child unit <meter> failed. (DRAVResult -13: ErrNotFound)");
-    EXPECT_EQ(capture.lines[1].second, "Start (state was 2)");
-    EXPECT_EQ(capture.lines[2].second, "Firmware (stalled)");
+    EXPECT_EQ(capture.Entries()[1].second, "Start (state was 2)");
+    EXPECT_EQ(capture.Entries()[2].second, "Firmware (stalled)");
 
     DRAVResult(kDRAVResultOkNoDataChanged).Log("saved %d", 3);
     DRAVResult(kDRAVResultErrNoData).Log("loaded");
-    ASSERT_EQ(capture.lines.size(), 5u);
-    EXPECT_EQ(capture.lines[3].second, "saved 3 (DRAVResult 2: OkNoDataChanged)");
-    EXPECT_EQ(capture.lines[4].second, "loaded (DRAVResult -12: ErrNoData)");
-    EXPECT_EQ(capture.lines[4].first, kDbgPrintLevelError);
+    ASSERT_EQ(capture.Entries().size(), 5u);
+    EXPECT_EQ(capture.Entries()[3].second, "saved 3 (DRAVResult 2: OkNoDataChanged)");
+    EXPECT_EQ(capture.Entries()[4].second, "loaded (DRAVResult -12: ErrNoData)");
+    EXPECT_EQ(capture.Entries()[4].first, kDbgPrintLevelError);
 }
 }  // namespace

@@ -16,6 +16,7 @@
 #include "portable-core/DRAVLog.h"
 #include "portable-core/DRAVSlowLog.h"
 #include "portable-core/DplFile.h"
+#include "support/LogCapture.h"
 #include "support/PortableCoreTestFolder.h"
 
 namespace
@@ -39,18 +40,6 @@ std::vector<std::string> ReadLines(const std::string& path)
     }
     return lines;
 }
-
-// Keeps every line with its level, and puts the former handler back.
-class CapturedLog
-{
-public:
-    ~CapturedLog() { DRAVSetLogHandler(former_); }
-    std::vector<std::pair<eDbgPrintLevel, std::string>> lines;
-
-private:
-    DRAVLogHandler former_ = DRAVSetLogHandler([this](eDbgPrintLevel level, const std::string& line)
-                                               { lines.emplace_back(level, line); });
-};
 
 TEST(DRAVFileLogger, WritesTaggedLinesIntoATimeNamedFile)
 {
@@ -147,7 +136,7 @@ TEST(DRAVSlowLog, EveryNthCallOrOnePerIntervalPasses)
 
 TEST(DRAVSlowLog, PassingLinesReachTheLogHub)
 {
-    CapturedLog captured;
+    tidemix::test::LogCapture captured;
     DRAVSlowLog slow(3, kDbgPrintLevelWarning);
     int passed = 0;
     for (int i = 0; i < 7; ++i)
@@ -155,13 +144,13 @@ TEST(DRAVSlowLog, PassingLinesReachTheLogHub)
         passed += slow.Log("Render", "underrun %d", i) ? 1 : 0;
     }
     EXPECT_EQ(passed, 3);
-    ASSERT_EQ(captured.lines.size(), 3u);
-    EXPECT_EQ(captured.lines[0].first, kDbgPrintLevelWarning);
-    EXPECT_EQ(captured.lines[0].second, "Render: underrun 0");
-    EXPECT_EQ(captured.lines[1].second, "Render: underrun 3 (2 similar suppressed)");
+    ASSERT_EQ(captured.Entries().size(), 3u);
+    EXPECT_EQ(captured.Entries()[0].first, kDbgPrintLevelWarning);
+    EXPECT_EQ(captured.Entries()[0].second, "Render: underrun 0");
+    EXPECT_EQ(captured.Entries()[1].second, "Render: underrun 3 (2 similar suppressed)");
     const std::string longText(2000, 'x');
     EXPECT_TRUE(DRAVSlowLog(1, kDbgPrintLevelInfo).Log("f", "%s", longText.c_str()));
-    EXPECT_EQ(captured.lines.back().second.size(), 3u + 511u) << "cut at 512 bytes";
+    EXPECT_EQ(captured.Entries().back().second.size(), 3u + 511u) << "cut at 512 bytes";
 }
 
 TEST(CRelayBuffer, GrowsFromTheInlineStore)

@@ -210,39 +210,10 @@ TEST(DRMXInputSelector, EqualsMixerTypeUnspecifically)
     EXPECT_TRUE(differs([](DRMXInputSelector& s) { s.SetHardwareId("other"); }));
 }
 
-TEST(DRMXInputSelector, ShortNamesOfVirtualChannels)
+// The short name's cases come from the comparison with the regular
+// expressions below; this one is about size.
+TEST(DRMXInputSelector, ShortNameOfAHugeNameTakesLinearTime)
 {
-    struct Case
-    {
-        const char* name;
-        const char* shortName;
-    };
-    const Case cases[] = {
-        {"Tidemix Music (Left)", "Music"},
-        {"Tidemix Music", "Music"},
-        {"Other Device (USB)", "Other Device"},
-        {"Tidemix ", "Tidemix "},
-        {"Tidemix", "Tidemix"},
-        {"Tidemix (x)", "(x)"},
-        {"a (b) ()", "a"},
-        {"Tidemix A (b) (c)", "A (b)"},
-        {"x ()", "x ()"},
-        {" (y)", " (y)"},
-        {"Tidemix Music\n(Left)", "Tidemix Music\n(Left)"},
-        {"Tidemix Mu\nsic (L)", "Tidemix Mu\nsic (L)"},
-        {"", ""},
-    };
-    for (const Case& c : cases)
-    {
-        SCOPED_TRACE(c.name);
-        DRMXInputSelector input;
-        input.SetType(kInputTypeVirtual);
-        input.SetName(c.name);
-        EXPECT_EQ(input.GetNameShort(), c.shortName);
-        input.SetType(kInputTypeHardware);
-        EXPECT_EQ(input.GetNameShort(), c.name);
-    }
-    // A huge name costs linear time, no recursion.
     DRMXInputSelector huge;
     huge.SetType(kInputTypeVirtual);
     std::string brackets;
@@ -285,6 +256,8 @@ TEST(DRMXInputSelector, ShortNamesMatchTheRegularExpressions)
         input.SetType(kInputTypeVirtual);
         input.SetName(name);
         ASSERT_EQ(input.GetNameShort(), expected) << "name: [" << name << "]";
+        input.SetType(kInputTypeHardware);
+        ASSERT_EQ(input.GetNameShort(), name);
     }
 }
 

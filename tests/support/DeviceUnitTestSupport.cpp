@@ -55,14 +55,16 @@ float LoadSample(const DeviceStreamFormat& format, const void* buffer, size_t in
     return static_cast<float>(static_cast<const int16_t*>(buffer)[index]) / 32768.0f;
 }
 
-class HandCaptureStream : public CaptureStream
+// What a hand-driven stream does alike in both directions.
+template <class Interface>
+class HandStreamBase : public Interface
 {
 public:
-    HandCaptureStream(std::shared_ptr<HandStream> stream, tidemix::platform::sim::SimAudioWorld& world)
+    HandStreamBase(std::shared_ptr<HandStream> stream, tidemix::platform::sim::SimAudioWorld& world)
         : stream_(std::move(stream)), world_(world)
     {
     }
-    ~HandCaptureStream() override
+    ~HandStreamBase() override
     {
         stream_->started.store(false);
         stream_->closed.store(true);
@@ -79,34 +81,17 @@ public:
     }
     void Stop() override { stream_->started.store(false); }
 
-private:
+protected:
     std::shared_ptr<HandStream> stream_;
     tidemix::platform::sim::SimAudioWorld& world_;
 };
 
-class HandPlaybackStream : public PlaybackStream
+using HandCaptureStream = HandStreamBase<CaptureStream>;
+
+class HandPlaybackStream : public HandStreamBase<PlaybackStream>
 {
 public:
-    HandPlaybackStream(std::shared_ptr<HandStream> stream, tidemix::platform::sim::SimAudioWorld& world)
-        : stream_(std::move(stream)), world_(world)
-    {
-    }
-    ~HandPlaybackStream() override
-    {
-        stream_->started.store(false);
-        stream_->closed.store(true);
-    }
-    DeviceStreamFormat Format() const override { return stream_->format; }
-    DRAVResult Start() override
-    {
-        if (!world_.Device(stream_->deviceId))
-        {
-            return DRAVResult(kDRAVResultErrNotFound, "device %u is gone", stream_->deviceId);
-        }
-        stream_->started.store(true);
-        return kDRAVResultOk;
-    }
-    void Stop() override { stream_->started.store(false); }
+    using HandStreamBase::HandStreamBase;
     void SetVolume(float volume) override { stream_->volume.store(volume); }
     float Volume() const override { return stream_->volume.load(); }
     DRAVResult MoveTo(uint32_t deviceId) override
@@ -121,10 +106,6 @@ public:
         ++stream_->moves;
         return kDRAVResultOk;
     }
-
-private:
-    std::shared_ptr<HandStream> stream_;
-    tidemix::platform::sim::SimAudioWorld& world_;
 };
 }  // namespace
 

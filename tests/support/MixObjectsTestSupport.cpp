@@ -12,6 +12,23 @@
 
 namespace tidemix::test
 {
+
+DRMX_Settings::DRMXInputSelector InputFor(const std::string& uid, int32_t nodeId)
+{
+    DRMX_Settings::DRMXInputSelector selector;
+    selector.SetType(DRMX_Settings::kInputTypeHardware);
+    selector.SetHardwareId(uid);
+    selector.SetMixerNodeID(nodeId);
+    return selector;
+}
+
+DRMX_Settings::DRMXOutputSelector OutputFor(const std::string& uid)
+{
+    DRMX_Settings::DRMXOutputSelector selector;
+    selector.SetType(DRMX_Settings::kOutputTypeHardware);
+    selector.SetHardwareId(uid);
+    return selector;
+}
 using platform::sim::SimAudioWorld;
 using platform::sim::SimDeviceSpec;
 

@@ -9,6 +9,8 @@
 #include "engine/units/DRAVRingBuffer.h"
 #include "engine/units/DRAVSource.h"
 #include "platform/sim/SimAudioWorld.h"
+#include "settings/DRMXInputSelector.h"
+#include "settings/DRMXOutputSelector.h"
 
 namespace tidemix::test
 {
@@ -46,6 +48,10 @@ private:
     std::unique_ptr<Pull[]> pulls_;
     std::atomic<size_t> count_{0};
 };
+
+// Selectors of a hardware device by its uid, as the application makes them.
+DRMX_Settings::DRMXInputSelector InputFor(const std::string& uid, int32_t nodeId = -1);
+DRMX_Settings::DRMXOutputSelector OutputFor(const std::string& uid);
 
 uint32_t AddSimMicrophone(platform::sim::SimAudioWorld& world, const std::string& uid,
                           const platform::DeviceStreamFormat& format, uint32_t packetFrames,

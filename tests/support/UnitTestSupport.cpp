@@ -5,6 +5,7 @@
 #include <cstring>
 #include <thread>
 
+#include "engine/filters/DRAVEngineFilters.h"
 #include "engine/media/DRAVBufferRAM.h"
 #include "engine/media/DRAVMediaBufferLock.h"
 
@@ -24,6 +25,29 @@ EngineEnvironment::~EngineEnvironment()
     DRAVUnitFactory::Install(formerFactory_);
     DRAVUnitPin::InstallRingQueueFactory(formerRing_);
     DRAVMemoryPoolRAM::InstallShared(formerPool_);
+}
+
+DRAVUnitFactory EngineFilterFactory()
+{
+    DRAVUnitFactory factory;
+    factory.createFilter =
+        [](int32_t type, std::shared_ptr<DRAVUnit> owner, bool init, std::shared_ptr<DRAVUnit>* out)
+    {
+        std::shared_ptr<DRAVFilter> filter = DRAVCreateEngineFilter(DRAVFilterConfig{type, false});
+        if (!filter)
+        {
+            return DRAVResult(kDRAVResultErrUnknownUnit);
+        }
+        owner->AddChild(filter);
+        filter->SetOwner(owner);
+        DRAVResult result = init ? filter->Init() : DRAVResult(kDRAVResultOk);
+        if (result.Succeeded())
+        {
+            *out = filter;
+        }
+        return result;
+    };
+    return factory;
 }
 
 std::shared_ptr<DRAVAudioBuffer> MakeFrame(int64_t timestampUsec, int64_t frames, float first)

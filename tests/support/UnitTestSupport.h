@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "engine/media/DRAVAudioBuffer.h"
-#include "engine/units/DRAVFilter.h"
 #include "engine/media/DRAVMemoryPoolRAM.h"
+#include "engine/units/DRAVFilter.h"
 #include "engine/units/DRAVQueueInterface.h"
 #include "engine/units/DRAVSink.h"
 #include "engine/units/DRAVSource.h"
@@ -35,6 +35,10 @@ private:
     DRAVUnitPin::RingQueueFactory formerRing_;
     DRAVUnitFactory formerFactory_;
 };
+
+// A unit factory whose filters come from the engine's own table (the level
+// meter, the delay), made children of their owner.
+DRAVUnitFactory EngineFilterFactory();
 
 // A stereo float frame of `frames` sample frames, sample i of channel c
 // holding `first + i` (negated on channel 1).

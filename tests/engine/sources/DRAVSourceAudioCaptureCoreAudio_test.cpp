@@ -95,25 +95,6 @@ TEST_F(CaptureSource, PacketsOf512GiveNoBlockOnTheFirstAndOneOnTheSecond)
     }
 }
 
-TEST_F(CaptureSource, PlanarAndSixteenBitDevicesAreDecoded)
-{
-    const uint32_t planar = AddMicrophone(Format(48000, 2, false), "planar");
-    const uint32_t sixteen = AddMicrophone(Format(48000, 2, true, SampleEncoding::Int16), "sixteen");
-    auto source = MakeSource(planar);
-    ASSERT_EQ(source->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
-    Stream()->Deliver(960, 0.0f);
-    ASSERT_EQ(Meter()->Count(), 1u);
-    EXPECT_EQ(PlanarChannel(Meter()->Frames()[0], 1)[10], 1010.0f);
-
-    ASSERT_EQ(source->SetUnitState(kDRAVUnitStatePaused), kDRAVResultOk);
-    source->SetDevicePath(std::to_string(sixteen));
-    ASSERT_EQ(source->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
-    // 16-bit samples scaled by 1/32768: value 100 arrives as 100/32768.
-    Stream()->Deliver(960, 0.0f);
-    ASSERT_EQ(Meter()->Count(), 2u);
-    EXPECT_NEAR(PlanarChannel(Meter()->Frames()[1], 0)[100], 100.0f / 32768.0f, 1e-6f);
-}
-
 TEST_F(CaptureSource, DeviceAt44100TakesExactlyTheFramesOfEachBlock)
 {
     const uint32_t mic = AddMicrophone(Format(44100, 2, false));

@@ -8,20 +8,17 @@
 #include <vector>
 
 #include "engine/filters/DRAVAudioLevelmeter.h"
-#include "engine/filters/DRAVEngineFilters.h"
 #include "engine/sources/DRAVSourceAudioCaptureCoreAudio.h"
 #include "platform/Platform.h"
 #include "platform/sim/SimPlatform.h"
 #include "support/DeviceUnitFixture.h"
 #include "support/DeviceUnitTestSupport.h"
-#include "support/SimAudioAnalysis.h"
 #include "support/ThreadsTestSupport.h"
 #include "support/UnitTestSupport.h"
 
 namespace
 {
 using deviceunits_test::Format;
-using deviceunits_test::PlanarChannel;
 using threads_test::WaitUntil;
 using tidemix::platform::Platform;
 using tidemix::platform::sim::SimDeviceFaults;
@@ -48,48 +45,9 @@ protected:
     }
 };
 
-TEST_F(CaptureSourceThreads, ToneOfA44100HzMonoDeviceArrivesAt48000Hz)
-{
-    const uint32_t mic = AddMicrophone(Format(44100, 1, true), 441);
-    auto source = MakeSource(mic);
-    ASSERT_EQ(source->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
-    ASSERT_TRUE(WaitUntil([&] { return Meter()->Count() >= 60; }));
-    ASSERT_EQ(source->SetUnitState(kDRAVUnitStatePaused), kDRAVResultOk);
-
-    const auto frames = Meter()->Frames();
-    std::vector<float> left;
-    for (size_t i = 10; i < frames.size(); ++i)
-    {
-        const std::vector<float> l = PlanarChannel(frames[i], 0);
-        ASSERT_EQ(l, PlanarChannel(frames[i], 1));
-        left.insert(left.end(), l.begin(), l.end());
-    }
-    EXPECT_NEAR(tidemix::test::ZeroCrossingFrequency(left, 48000.0), 1000.0, 10.0);
-    EXPECT_NEAR(tidemix::test::Peak(left), 0.5, 0.02);
-    EXPECT_EQ(source->GetDroppedPacketCount(), 0);
-}
-
 TEST_F(CaptureSourceThreads, TheEnginesLevelMeterSeesTheBlocks)
 {
-    DRAVUnitFactory factory;
-    factory.createFilter =
-        [](int32_t type, std::shared_ptr<DRAVUnit> owner, bool init, std::shared_ptr<DRAVUnit>* out)
-    {
-        std::shared_ptr<DRAVFilter> filter = DRAVCreateEngineFilter(DRAVFilterConfig{type, false});
-        if (!filter)
-        {
-            return DRAVResult(kDRAVResultErrUnknownUnit);
-        }
-        owner->AddChild(filter);
-        filter->SetOwner(owner);
-        DRAVResult result = init ? filter->Init() : DRAVResult(kDRAVResultOk);
-        if (result.Succeeded())
-        {
-            *out = filter;
-        }
-        return result;
-    };
-    DRAVUnitFactory::Install(factory);
+    DRAVUnitFactory::Install(unittest::EngineFilterFactory());
 
     const uint32_t mic = AddMicrophone(Format(48000, 2, false), 480);
     auto source = MakeSource(mic);

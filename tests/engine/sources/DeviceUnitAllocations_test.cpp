@@ -11,13 +11,13 @@
 #include <vector>
 
 #include "engine/filters/DRAVAudioLevelmeter.h"
-#include "engine/filters/DRAVEngineFilters.h"
 #include "engine/media/DRAVMemoryPoolRAM.h"
 #include "engine/sinks/DRAVSinkAudioRendererAudioUnit.h"
 #include "engine/sources/DRAVSourceAudioCaptureCoreAudio.h"
 #include "platform/Platform.h"
 #include "support/DeviceUnitTestSupport.h"
 #include "support/OperatorNewCounter.h"
+#include "support/UnitTestSupport.h"
 
 namespace
 {
@@ -36,25 +36,7 @@ protected:
     {
         formerPool_ = DRAVMemoryPoolRAM::InstallShared(
             std::make_shared<DRAVMemoryPoolRAM>(kMemoryPoolRAMName, kMaxRAMPoolItems, kMaxRAMPoolSizeMB));
-        DRAVUnitFactory factory;
-        factory.createFilter =
-            [](int32_t type, std::shared_ptr<DRAVUnit> owner, bool init, std::shared_ptr<DRAVUnit>* out)
-        {
-            std::shared_ptr<DRAVFilter> filter = DRAVCreateEngineFilter(DRAVFilterConfig{type, false});
-            if (!filter)
-            {
-                return DRAVResult(kDRAVResultErrUnknownUnit);
-            }
-            owner->AddChild(filter);
-            filter->SetOwner(owner);
-            DRAVResult result = init ? filter->Init() : DRAVResult(kDRAVResultOk);
-            if (result.Succeeded())
-            {
-                *out = filter;
-            }
-            return result;
-        };
-        formerFactory_ = DRAVUnitFactory::Install(factory);
+        formerFactory_ = DRAVUnitFactory::Install(unittest::EngineFilterFactory());
         platform_ = std::make_shared<HandDrivenPlatform>();
         Platform::Use(platform_);
     }

@@ -18,7 +18,7 @@
 #include <thread>
 
 #include "platform/HostTime.h"
-#include "portable-core/DRAVLog.h"
+#include "support/LogCapture.h"
 #include "support/PipeWireTestSupport.h"
 #include "support/ThreadsTestSupport.h"
 
@@ -70,34 +70,6 @@ std::optional<AudioDeviceInfo> WaitForDevice(AudioSystem& audio, const std::stri
         });
     return found;
 }
-
-// Collects the lines of the log hub while it lives; restores the former handler.
-class LogCapture
-{
-public:
-    LogCapture()
-    {
-        former_ = DRAVSetLogHandler(
-            [this](eDbgPrintLevel, const std::string& line)
-            {
-                std::lock_guard lock(mutex_);
-                lines_.push_back(line);
-            });
-    }
-    ~LogCapture() { DRAVSetLogHandler(former_); }
-
-    bool Contains(const std::string& text)
-    {
-        std::lock_guard lock(mutex_);
-        return std::any_of(lines_.begin(), lines_.end(),
-                           [&](const std::string& line) { return line.find(text) != std::string::npos; });
-    }
-
-private:
-    DRAVLogHandler former_;
-    std::mutex mutex_;
-    std::vector<std::string> lines_;
-};
 
 // A tone of the given frequency and amplitude, looked for after the stream
 // settled: the first audible sample plus a tenth of a second.
@@ -602,13 +574,13 @@ TEST_F(PipeWireAudioSystemThreads, DaemonGoingAwayEmptiesTheSnapshotAndSilencesS
     ASSERT_TRUE(capture);
     ASSERT_TRUE(capture->Start().Succeeded());
 
-    LogCapture log;
+    tidemix::test::LogCapture log;
     daemon.Kill();
     EXPECT_TRUE(WaitFor([&] { return !audio->Connected(); })) << "the lost daemon went unnoticed";
     EXPECT_TRUE(WaitFor([&] { return changes.load() > 0; }));
     EXPECT_TRUE(audio->Devices().empty());
     EXPECT_FALSE(audio->DefaultOutput());
-    EXPECT_TRUE(WaitFor([&] { return log.Contains("lost the connection to the daemon"); }));
+    EXPECT_TRUE(WaitFor([&] { return log.Count("lost the connection to the daemon") > 0; }));
 
     // Everything stays usable and says no.
     capture->Stop();
