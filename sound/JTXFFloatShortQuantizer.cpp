@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "sound/CSampleType.h"
+#include "sound/SampleFastPaths.h"
 
 namespace
 {
@@ -100,6 +101,7 @@ int JTXFFloatShortQuantizer::FunnelBuffer(void* dest, const void* source, int sa
     {
         throw kParameterError;
     }
-    FourAtATimeLoop(static_cast<uint8_t*>(dest), static_cast<const uint8_t*>(source), samples, fSwap);
+    SampleFastPaths::QuantizeFloatToInt16(static_cast<uint8_t*>(dest), static_cast<const uint8_t*>(source),
+                                          samples, fSwap);
     return samples / fChannels;
 }

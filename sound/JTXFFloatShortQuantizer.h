@@ -25,9 +25,10 @@ public:
     int GetChannels() const { return fChannels; }
     bool GetSwap() const { return fSwap; }
 
-    // One sample, the reference for the four-at-a-time path.
+    // One sample, the reference for the four-at-a-time and vector paths.
     static int16_t QuantizeSample(float s);
-    // The plain loop and the four-at-a-time loop; the results are the same.
+    // The plain loop and the four-at-a-time loop (FunnelBuffer's path where
+    // the wide vector form is missing); the results are the same.
     static void QuantizeScalar(int16_t* dest, const float* source, int samples, bool swap);
     static void QuantizeFourAtATime(int16_t* dest, const float* source, int samples, bool swap);
 

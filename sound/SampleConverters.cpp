@@ -6,6 +6,7 @@
 
 #include "sound/DplAudioConverters.h"
 #include "sound/JTXFFloatShortQuantizer.h"
+#include "sound/SampleFastPaths.h"
 #include "sound/TSampleConverter.h"
 #include "sound/TSampleFilter.h"
 
@@ -34,6 +35,11 @@ int TSampleConverter<From, To>::FunnelBuffer(void* dest, const void* source, int
             const double x = filter->Apply(From::Normalize(in + i * From::kSize));
             To::Denormalize(out + i * To::kSize, x);
         }
+    }
+    else if constexpr (From::kId == CSampleType::kSigned16 && To::kId == CSampleType::kFloat32)
+    {
+        // The 16-bit device road: a vector loop with the same results.
+        SampleFastPaths::Int16ToFloat(out, in, samples);
     }
     else
     {

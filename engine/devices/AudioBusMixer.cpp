@@ -4,12 +4,12 @@
 #include <cmath>
 #include <cstring>
 
+#include "engine/devices/BusMixKernels.h"
+
 namespace tidemix::engine
 {
 namespace
 {
-
-constexpr uint32_t kChunk = 16;
 
 float LimitGain(float gain)
 {
@@ -18,96 +18,16 @@ float LimitGain(float gain)
     return gain < 1.0f ? gain : 1.0f;
 }
 
-// The hot loops use the compiler's vector extension on 4-float lanes (SSE,
-// the x86-64 baseline; NEON elsewhere), four lanes per chunk of 16 frames (four
-// separate sums of squares, so the additions don't wait on each other) and a
-// scalar tail. Left to itself g++ either keeps them scalar (a trip count known
-// only at run time) or vectorises the chunked form across the partial sums
-// with costly shuffles; explicit lanes avoid both.
-using Lanes = float __attribute__((vector_size(16)));
-
-inline Lanes Load(const float* p)
+float MixChannel(bool wide, float* out, const float* in, float gain, uint32_t frames, bool accumulate)
 {
-    Lanes v;
-    std::memcpy(&v, p, sizeof(v));
-    return v;
+    return wide ? busmix::MixChannelWide(out, in, gain, frames, accumulate)
+                : busmix::MixChannelPortable(out, in, gain, frames, accumulate);
 }
 
-inline void Store(float* p, Lanes v)
+float ScaleChannel(bool wide, float* out, float gain, uint32_t frames)
 {
-    std::memcpy(p, &v, sizeof(v));
-}
-
-inline float Sum(Lanes v)
-{
-    return (v[0] + v[1]) + (v[2] + v[3]);
-}
-
-// out = (accumulate ? out : 0) + gain * in; returns the sum of squares of in.
-float MixChannel(float* __restrict out, const float* __restrict in, float gain, uint32_t frames,
-                 bool accumulate)
-{
-    Lanes energy[4] = {};
-    const uint32_t whole = frames / kChunk * kChunk;
-    float tailEnergy = 0.0f;
-    if (accumulate)
-    {
-        for (uint32_t i = 0; i < whole; i += kChunk)
-        {
-            for (uint32_t k = 0; k < 4; ++k)
-            {
-                const Lanes x = Load(in + i + 4 * k);
-                energy[k] += x * x;
-                Store(out + i + 4 * k, Load(out + i + 4 * k) + gain * x);
-            }
-        }
-        for (uint32_t i = whole; i < frames; ++i)
-        {
-            tailEnergy += in[i] * in[i];
-            out[i] += gain * in[i];
-        }
-    }
-    else
-    {
-        for (uint32_t i = 0; i < whole; i += kChunk)
-        {
-            for (uint32_t k = 0; k < 4; ++k)
-            {
-                const Lanes x = Load(in + i + 4 * k);
-                energy[k] += x * x;
-                Store(out + i + 4 * k, gain * x);
-            }
-        }
-        for (uint32_t i = whole; i < frames; ++i)
-        {
-            tailEnergy += in[i] * in[i];
-            out[i] = gain * in[i];
-        }
-    }
-    return Sum((energy[0] + energy[1]) + (energy[2] + energy[3])) + tailEnergy;
-}
-
-// out *= gain; returns the sum of squares after the gain.
-float ScaleChannel(float* __restrict out, float gain, uint32_t frames)
-{
-    Lanes energy[4] = {};
-    const uint32_t whole = frames / kChunk * kChunk;
-    float tailEnergy = 0.0f;
-    for (uint32_t i = 0; i < whole; i += kChunk)
-    {
-        for (uint32_t k = 0; k < 4; ++k)
-        {
-            const Lanes y = gain * Load(out + i + 4 * k);
-            Store(out + i + 4 * k, y);
-            energy[k] += y * y;
-        }
-    }
-    for (uint32_t i = whole; i < frames; ++i)
-    {
-        out[i] *= gain;
-        tailEnergy += out[i] * out[i];
-    }
-    return Sum((energy[0] + energy[1]) + (energy[2] + energy[3])) + tailEnergy;
+    return wide ? busmix::ScaleChannelWide(out, gain, frames)
+                : busmix::ScaleChannelPortable(out, gain, frames);
 }
 
 float EnergyToDecibels(double energy, uint32_t frames)
@@ -124,7 +44,10 @@ float EnergyToDecibels(double energy, uint32_t frames)
 }  // namespace
 
 AudioBusMixer::AudioBusMixer(uint32_t maxFramesPerRender)
-    : maxFrames_(std::max<uint32_t>(maxFramesPerRender, 1)), busLeft_(maxFrames_), busRight_(maxFrames_)
+    : maxFrames_(std::max<uint32_t>(maxFramesPerRender, 1)),
+      wideVectors_(busmix::HasWideVectors()),
+      busLeft_(maxFrames_),
+      busRight_(maxFrames_)
 {
     for (auto& g : gains_)
         g.store(1.0f, std::memory_order_relaxed);
@@ -141,6 +64,7 @@ DRAVResult AudioBusMixer::SetBusCount(uint32_t count)
     for (uint32_t bus = count; bus < busCount_; ++bus)
     {
         callbacks_[bus] = nullptr;
+        readers_[bus] = nullptr;
         busLevels_[bus * 2].store(kLevelFloorDecibels, std::memory_order_relaxed);
         busLevels_[bus * 2 + 1].store(kLevelFloorDecibels, std::memory_order_relaxed);
     }
@@ -153,7 +77,28 @@ DRAVResult AudioBusMixer::SetBusCallback(uint32_t bus, BusCallback callback)
     if (bus >= busCount_)
         return DRAVResult(kDRAVResultErrIndexOutOfRange, "bus %u of %u", bus, busCount_);
     callbacks_[bus] = std::move(callback);
+    readers_[bus] = nullptr;
     return kDRAVResultOk;
+}
+
+DRAVResult AudioBusMixer::SetBusReader(uint32_t bus, BusReader reader)
+{
+    if (bus >= busCount_)
+        return DRAVResult(kDRAVResultErrIndexOutOfRange, "bus %u of %u", bus, busCount_);
+    readers_[bus] = std::move(reader);
+    callbacks_[bus] = nullptr;
+    return kDRAVResultOk;
+}
+
+void AudioBusMixer::BusBlock::Mix(const float* left, const float* right)
+{
+    if (mixed_ || left == nullptr || right == nullptr)
+        return;
+    AudioBusMixer& m = mixer_;
+    const float gain = m.gains_[bus_].load(std::memory_order_relaxed);
+    m.busEnergy_[bus_ * 2] += MixChannel(m.wideVectors_, left_, left, gain, frames_, accumulate_);
+    m.busEnergy_[bus_ * 2 + 1] += MixChannel(m.wideVectors_, right_, right, gain, frames_, accumulate_);
+    mixed_ = true;
 }
 
 DRAVResult AudioBusMixer::SetBusGain(uint32_t bus, float gain)
@@ -207,8 +152,8 @@ void AudioBusMixer::Render(float* left, float* right, uint32_t frames)
     {
         const uint32_t slice = std::min(maxFrames_, frames - done);
         RenderSlice(left + done, right + done, slice);
-        outputEnergy[0] += ScaleChannel(left + done, outputGain, slice);
-        outputEnergy[1] += ScaleChannel(right + done, outputGain, slice);
+        outputEnergy[0] += ScaleChannel(wideVectors_, left + done, outputGain, slice);
+        outputEnergy[1] += ScaleChannel(wideVectors_, right + done, outputGain, slice);
         done += slice;
     }
 
@@ -223,12 +168,19 @@ void AudioBusMixer::RenderSlice(float* left, float* right, uint32_t frames)
     bool anyMixed = false;
     for (uint32_t bus = 0; bus < busCount_; ++bus)
     {
+        if (const BusReader& reader = readers_[bus])
+        {
+            BusBlock block(*this, bus, left, right, frames, anyMixed);
+            reader(block, frames);
+            anyMixed = anyMixed || block.mixed_;
+            continue;
+        }
         const BusCallback& callback = callbacks_[bus];
         if (!callback || !callback(busLeft_.Data(), busRight_.Data(), frames))
             continue;
         const float gain = gains_[bus].load(std::memory_order_relaxed);
-        busEnergy_[bus * 2] += MixChannel(left, busLeft_.Data(), gain, frames, anyMixed);
-        busEnergy_[bus * 2 + 1] += MixChannel(right, busRight_.Data(), gain, frames, anyMixed);
+        busEnergy_[bus * 2] += MixChannel(wideVectors_, left, busLeft_.Data(), gain, frames, anyMixed);
+        busEnergy_[bus * 2 + 1] += MixChannel(wideVectors_, right, busRight_.Data(), gain, frames, anyMixed);
         anyMixed = true;
     }
     if (!anyMixed)

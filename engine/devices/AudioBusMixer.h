@@ -35,6 +35,39 @@ public:
 
     using BusCallback = std::function<bool(float* left, float* right, uint32_t frames)>;
 
+    // One bus's turn in a render, for a reader that lends its block instead
+    // of copying it. The reader calls Mix at most once, with two planar
+    // channels of the asked frame count that need stay valid only during the
+    // call; a bus whose reader doesn't call it plays silence. A reader that
+    // has to build its block may build it in the scratch channels.
+    class BusBlock
+    {
+    public:
+        BusBlock(const BusBlock&) = delete;
+        BusBlock& operator=(const BusBlock&) = delete;
+
+        float* ScratchLeft() const { return mixer_.busLeft_.Data(); }
+        float* ScratchRight() const { return mixer_.busRight_.Data(); }
+        void Mix(const float* left, const float* right);
+
+    private:
+        friend class AudioBusMixer;
+        BusBlock(AudioBusMixer& mixer, uint32_t bus, float* left, float* right, uint32_t frames,
+                 bool accumulate)
+            : mixer_(mixer), bus_(bus), left_(left), right_(right), frames_(frames), accumulate_(accumulate)
+        {
+        }
+
+        AudioBusMixer& mixer_;
+        uint32_t bus_;
+        float* left_;
+        float* right_;
+        uint32_t frames_;
+        bool accumulate_;
+        bool mixed_ = false;
+    };
+    using BusReader = std::function<void(BusBlock& block, uint32_t frames)>;
+
     // maxFramesPerRender: the largest block handed to the callbacks; a longer
     // Render is done in several slices.
     explicit AudioBusMixer(uint32_t maxFramesPerRender = 960);
@@ -47,6 +80,9 @@ public:
     uint32_t BusCount() const { return busCount_; }
     // A null callback makes the bus silent. A bus out of range is refused.
     DRAVResult SetBusCallback(uint32_t bus, BusCallback callback);
+    // The same for a reader, which saves the copy into the scratch channels.
+    // A bus has either a callback or a reader; setting one drops the other.
+    DRAVResult SetBusReader(uint32_t bus, BusReader reader);
 
     // Gains are limited to 0.0 to 1.0 (NaN counts as 0.0). A bus out of range
     // is refused; reading one gives 0.0.
@@ -70,8 +106,11 @@ private:
     void RenderSlice(float* left, float* right, uint32_t frames);
 
     uint32_t maxFrames_;
+    // Decided once, off the audio thread: the AVX2 loops where the processor has them.
+    bool wideVectors_;
     uint32_t busCount_ = 0;
     std::array<BusCallback, kMaxBusCount> callbacks_;
+    std::array<BusReader, kMaxBusCount> readers_;
     std::array<std::atomic<float>, kMaxBusCount> gains_;
     std::atomic<float> outputGain_{1.0f};
     std::array<std::atomic<float>, kMaxBusCount * 2> busLevels_;

@@ -95,8 +95,9 @@ struct DRAVMultiChannelAudioMixerCoreAudio::Impl
     }
 
     std::unique_ptr<AudioBusMixer> MakeMixer(int busCount, uint32_t frames);
-    // The render callback of one bus; false plays silence.
-    bool AudioInputProc(int bus, float* left, float* right, uint32_t frames);
+    // The reader of one bus: mixes the source's block in place while it is
+    // locked, or leaves the bus silent.
+    void AudioInputProc(int bus, AudioBusMixer::BusBlock& block, uint32_t frames);
     DRAVDuration AudioThread();
     // The audio thread's loop of one start; ends when stopped, restarted or
     // when the record is gone.
@@ -149,9 +150,9 @@ std::unique_ptr<AudioBusMixer> DRAVMultiChannelAudioMixerCoreAudio::Impl::MakeMi
     for (int bus = 0; bus < buses; ++bus)
     {
         // Two words of capture: std::function keeps them without allocating.
-        mixer->SetBusCallback(static_cast<uint32_t>(bus),
-                              [this, bus](float* left, float* right, uint32_t count)
-                              { return AudioInputProc(bus, left, right, count); });
+        mixer->SetBusReader(static_cast<uint32_t>(bus),
+                            [this, bus](AudioBusMixer::BusBlock& block, uint32_t count)
+                            { AudioInputProc(bus, block, count); });
         mixer->SetBusGain(static_cast<uint32_t>(bus), static_cast<float>(inputVolumes[bus]));
     }
     mixer->SetOutputGain(static_cast<float>(outputVolume));
@@ -210,34 +211,34 @@ void DRAVMultiChannelAudioMixerCoreAudio::Impl::Retire(std::unique_ptr<AudioBusM
     }
 }
 
-bool DRAVMultiChannelAudioMixerCoreAudio::Impl::AudioInputProc(int bus, float* left, float* right,
+void DRAVMultiChannelAudioMixerCoreAudio::Impl::AudioInputProc(int bus, AudioBusMixer::BusBlock& mix,
                                                                uint32_t frames)
 {
     if (!busMixer)
     {
-        return false;
+        return;
     }
     const auto entry = sources.find(bus);
     if (entry == sources.end() || !entry->second)
     {
-        return false;
+        return;
     }
     if (stop.load())
     {
-        return false;
+        return;
     }
     const std::shared_ptr<DRAVSource> source = entry->second;
     std::shared_ptr<DRAVAudioBuffer> block;
     source->PullAudioFrame(DRAVGetHostTime(), &block, DRAVDuration(DurationOfFrames(frames)), 0);
     if (!block)
     {
-        return false;
+        return;
     }
     std::shared_ptr<DRAVBufferRAM> storage;
     DRAVMediaBufferReadLock<DRAVBufferRAM> readLock(block, &storage);
     if (!readLock.IsLocked() || storage->GetData() == nullptr)
     {
-        return false;
+        return;
     }
 
     const size_t channelBytes = size_t{frames} * sizeof(float);
@@ -245,9 +246,9 @@ bool DRAVMultiChannelAudioMixerCoreAudio::Impl::AudioInputProc(int bus, float* l
     const uint8_t* data = storage->GetData();
     if (used == 2 * channelBytes)
     {
-        std::memcpy(left, data, channelBytes);
-        std::memcpy(right, data + channelBytes, channelBytes);
-        return true;
+        // Mixed straight from the block, under its read lock.
+        mix.Mix(reinterpret_cast<const float*>(data), reinterpret_cast<const float*>(data + channelBytes));
+        return;
     }
     // The ring cuts every block to the asked duration, so this is a fault of
     // the source. Take the block as two planar halves, and copy only what
@@ -255,11 +256,13 @@ bool DRAVMultiChannelAudioMixerCoreAudio::Impl::AudioInputProc(int bus, float* l
     BreakIntoDebugger();
     const size_t half = used / 2 / sizeof(float) * sizeof(float);
     const size_t copied = std::min(half, channelBytes);
+    float* left = mix.ScratchLeft();
+    float* right = mix.ScratchRight();
     std::memcpy(left, data, copied);
     std::memcpy(right, data + half, copied);
     std::memset(reinterpret_cast<uint8_t*>(left) + copied, 0, channelBytes - copied);
     std::memset(reinterpret_cast<uint8_t*>(right) + copied, 0, channelBytes - copied);
-    return true;
+    mix.Mix(left, right);
 }
 
 DRAVDuration DRAVMultiChannelAudioMixerCoreAudio::Impl::AudioThread()

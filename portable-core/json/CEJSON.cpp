@@ -537,8 +537,21 @@ void CEJSONArray::WriteTo(int* indent, CEJSONParseBuffer& buffer, int depth) con
     buffer.AddCharacter('[');
     LinebreakAndIndent(indent, buffer, 1);
     bool first = true;
-    for (const CEJSON* item : items_)
+    // Items a few places ahead are asked for while one is written: each
+    // item is a node of its own elsewhere in memory.
+    constexpr size_t kAhead = 4;
+    const size_t count = items_.size();
+    for (size_t i = 0; i < count && i < kAhead; ++i)
     {
+        __builtin_prefetch(items_[i]);
+    }
+    for (size_t i = 0; i < count; ++i)
+    {
+        const CEJSON* item = items_[i];
+        if (i + kAhead < count)
+        {
+            __builtin_prefetch(items_[i + kAhead]);
+        }
         // None nodes and containers too deep to read back have no text; a
         // comma for them would make the document invalid.
         if (!item->IsValid() || !IsWritableContainer(item, depth + 1))
@@ -648,36 +661,65 @@ void CEJSONObject::SetPriorityObjects(const std::vector<std::string>& keys)
 
 void CEJSONObject::WriteTo(int* indent, CEJSONParseBuffer& buffer, int depth) const
 {
-    std::vector<CEJSONObjectKeyValue> pairs;
-    pairs.reserve(map_.size());
-    CEJSONObjectSorter sorter(priorityKeys_);
+    // Most objects are small: their pairs are sorted on the stack.
+    constexpr size_t kInlinePairs = 16;
+    CEJSONObjectKeyValue inlinePairs[kInlinePairs];
+    std::vector<CEJSONObjectKeyValue> heapPairs;
+    CEJSONObjectKeyValue* pairs = inlinePairs;
+    if (map_.size() > kInlinePairs)
+    {
+        heapPairs.resize(map_.size());
+        pairs = heapPairs.data();
+    }
+    // First the pairs, asking for every value's memory; then the values'
+    // kinds, which by then are on their way instead of missed one by one.
+    size_t count = 0;
     for (const auto& entry : map_)
     {
-        if (!entry.second->IsValid() || !IsWritableContainer(entry.second, depth + 1))
+        __builtin_prefetch(entry.second);
+        pairs[count++] = {&entry.first, entry.second, false};
+    }
+    const bool anyPriority = !priorityKeys_.empty();
+    size_t kept = 0;
+    for (size_t i = 0; i < count; ++i)
+    {
+        const CEJSON* value = pairs[i].value;
+        if (!value->IsValid() || !IsWritableContainer(value, depth + 1))
         {
             continue;
         }
-        pairs.push_back(
-            {&entry.first, entry.second, !priorityKeys_.empty() && sorter.IsPriorityKey(entry.first)});
+        const std::string& key = *pairs[i].key;
+        const bool isPriority =
+            anyPriority && std::find(priorityKeys_.begin(), priorityKeys_.end(), key) != priorityKeys_.end();
+        pairs[kept++] = {&key, value, isPriority};
     }
-    std::sort(pairs.begin(), pairs.end(), sorter);
+    count = kept;
+    // The order of CEJSONObjectSorter, without copying the priority keys:
+    // std::string compares bytes as unsigned and then lengths, as strcmp order asks.
+    std::sort(pairs, pairs + count,
+              [](const CEJSONObjectKeyValue& a, const CEJSONObjectKeyValue& b)
+              {
+                  if (a.isPriority != b.isPriority)
+                  {
+                      return a.isPriority;
+                  }
+                  return a.key->compare(*b.key) < 0;
+              });
 
     LinebreakAndIndent(indent, buffer, 0);
     buffer.AddCharacter('{');
     LinebreakAndIndent(indent, buffer, 1);
-    bool first = true;
-    for (const CEJSONObjectKeyValue& pair : pairs)
+    for (size_t i = 0; i < count; ++i)
     {
-        if (!first)
+        if (i > 0)
         {
             buffer.AddCharacter(',');
             LinebreakAndIndent(indent, buffer, 0);
         }
-        first = false;
         buffer.AddCharacter('"');
-        TJSON_EscapeString(*pair.key, buffer);
+        TJSON_EscapeString(*pairs[i].key, buffer);
         buffer.AddToBuffer("\":", 2);
-        pair.value->WriteTo(indent, buffer, depth + 1);
+        pairs[i].value->WriteTo(indent, buffer, depth + 1);
     }
     LinebreakAndIndent(indent, buffer, -1);
     buffer.AddCharacter('}');

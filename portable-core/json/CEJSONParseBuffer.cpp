@@ -25,25 +25,6 @@ void CEJSONParseBuffer::Reserve(size_t n)
     capacity_ = newCapacity;
 }
 
-void CEJSONParseBuffer::Append(const char* text, size_t n)
-{
-    Reserve(n);
-    memcpy(text_.get() + length_, text, n);
-    length_ += n;
-    text_[length_] = '\0';
-}
-
-void CEJSONParseBuffer::AddToBuffer(const char* text, int64_t n)
-{
-    if (text == nullptr)
-    {
-        return;
-    }
-    size_t count = n < 1 ? strlen(text) : static_cast<size_t>(n);
-    Append(text, count);
-    lastWasFormatting_ = false;
-}
-
 void CEJSONParseBuffer::AddFormattingToBuffer(const char* text, int64_t n)
 {
     if (text == nullptr)
@@ -53,14 +34,6 @@ void CEJSONParseBuffer::AddFormattingToBuffer(const char* text, int64_t n)
     size_t count = n < 1 ? strlen(text) : static_cast<size_t>(n);
     Append(text, count);
     lastWasFormatting_ = true;
-}
-
-void CEJSONParseBuffer::AddCharacter(char c)
-{
-    Reserve(1);
-    text_[length_++] = c;
-    text_[length_] = '\0';
-    lastWasFormatting_ = false;
 }
 
 void CEJSONParseBuffer::Clear()
