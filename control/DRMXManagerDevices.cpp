@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "control/DRMXApplicationBundle.h"
+#include "settings/DRMXApplicationBundle.h"
 #include "control/DRMXManagerLocks.h"
 #include "control/DRMXMicrophoneBase.h"
 #include "control/DRMXPlatformHooks.h"
