@@ -5,7 +5,6 @@
 #if TIDEMIX_HAVE_PIPEWIRE
 
 #include <pipewire/extensions/metadata.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
