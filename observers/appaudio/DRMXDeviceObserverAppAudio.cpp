@@ -161,9 +161,8 @@ struct DRMXDeviceObserverAppAudio::Impl
     void AppLaunched(const RunningApplication& application)
     {
         std::lock_guard ownerLock(ownerMutex);
-        auto* apps = Apps();
         if (owner == nullptr || application.identifier.empty() ||
-            (apps != nullptr && application.identifier == apps->OwnIdentifier()))
+            (platform && application.identifier == platform->Apps().OwnIdentifier()))
         {
             return;
         }
