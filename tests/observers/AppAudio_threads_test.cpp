@@ -83,6 +83,12 @@ protected:
 
     void TearDown() override
     {
+        // Quit applications leave the process-wide list before the observer goes.
+        for (const auto& app : Apps().Running())
+        {
+            Apps().Quit(app.identifier);
+        }
+        Settle();
         for (const auto& [name, handle] : handles_)
         {
             DRMXNotificationCenter::defaultNotificationCenter()->removeObserver(name, handle);
