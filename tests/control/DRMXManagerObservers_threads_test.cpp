@@ -232,3 +232,62 @@ TEST_F(ManagerObservers, MixingNeedsTheMicrophoneAndItsControlsReachTheDevice)
     EXPECT_TRUE(control->GetMicrophoneMute());
 }
 }  // namespace
+
+namespace
+{
+std::shared_ptr<DRMXInputInterface> InputOf(const std::shared_ptr<DRMXMixerBase>& mix,
+                                            const std::string& hardwareId)
+{
+    for (const auto& input : mix->GetInputs())
+    {
+        if (input && input->GetSelector().GetHardwareId() == hardwareId)
+        {
+            return input;
+        }
+    }
+    return nullptr;
+}
+}  // namespace
+
+// An application offered as an input goes into both mixes with one capture
+// device. When the local mix lets its input go, the device goes and the entry
+// the stream mix's input names is empty: that input starts with nothing, and
+// mixing goes on.
+TEST_F(ManagerObservers, AnApplicationInBothMixesSharesOneDeviceUntilOneInputGoes)
+{
+    auto& apps = platform_->SimApps();
+    ASSERT_TRUE(apps.Start({"app.shared", "Shared", tidemix::platform::ApplicationPolicy::Regular,
+                            tidemix::platform::sim::SimSignal::Sine(660.0, 0.5)}));
+    apps.FlushNotifications();
+    SettleObservers(*platform_);
+    const auto offered = manager_->GetAvailableInputs(kInputTypeAppAudio);
+    const auto app = std::find_if(offered.begin(), offered.end(),
+                                  [](const auto& s) { return s.GetHardwareId() == "app.shared"; });
+    ASSERT_NE(app, offered.end());
+    EXPECT_EQ(app->GetType(), kInputTypeAppAudio);
+
+    manager_->StopMixing();
+    DRMXInputSelector selector = *app;
+    selector.SetMixerNodeID(2);
+    ASSERT_TRUE(manager_->AddInput(selector).Succeeded());
+    EXPECT_EQ(apps.CaptureDevicesCreated(), 1);
+    const auto local = manager_->GetMixerForType(kMixerLocal);
+    const auto stream = manager_->GetMixerForType(kMixerStream);
+    for (const auto& mix : {local, stream})
+    {
+        ASSERT_TRUE(mix->ConfigureMixerNodes().Succeeded());
+    }
+    ASSERT_TRUE(manager_->StartMixing().Succeeded());
+    const auto streamApp = InputOf(stream, "app.shared");
+    ASSERT_NE(streamApp, nullptr);
+    EXPECT_TRUE(std::dynamic_pointer_cast<DRMXAudioUnitInterface>(streamApp)->IsUnitStarted());
+
+    manager_->StopMixing();
+    local->ReplaceInput(InputOf(local, "app.shared"), nullptr);
+    EXPECT_EQ(apps.SoundDevice("app.shared"), 0u);
+    EXPECT_EQ(DRMXInput::GetDevicePathForSelector(selector), "");
+    EXPECT_TRUE(manager_->StartMixing().Succeeded());
+    EXPECT_TRUE(manager_->IsMixing());
+    EXPECT_FALSE(std::dynamic_pointer_cast<DRMXAudioUnitInterface>(streamApp)->IsUnitStarted());
+    apps.Quit("app.shared");
+}
