@@ -172,22 +172,24 @@ struct DRMXDeviceObserverAppAudio::Impl
         PostWithBundleId(OtherAppLaunchedNotification, application.identifier);
     }
 
-    // appTerminated, on the main queue. The list's lock is held while the
-    // observers hear it, so they may enumerate on this thread.
+    // appTerminated, on the main queue. The list's lock is let go before the
+    // observers hear of it: they take the property's lock and, through the
+    // manager, the mixer lock, under which inputs take the list's lock.
     void AppTerminated(const RunningApplication& application)
     {
         std::lock_guard ownerLock(ownerMutex);
-        CDplScopedLock lock(AudioInfoLock());
         if (owner == nullptr || application.identifier.empty())
         {
             return;
         }
         DRAVLogPrintf(kDbgPrintLevelInfo, "terminated: %s", application.identifier.c_str());
-        // An application with a device stays until its inputs let it go.
-        AppList& list = AudioInfos();
-        std::erase_if(
-            list, [&](const auto& app)
-            { return app->GetIdentifier() == application.identifier && app->GetDeviceUID().empty(); });
+        {
+            // An application with a device stays until its inputs let it go.
+            CDplScopedLock lock(AudioInfoLock());
+            std::erase_if(
+                AudioInfos(), [&](const auto& app)
+                { return app->GetIdentifier() == application.identifier && app->GetDeviceUID().empty(); });
+        }
         SetLastChanged(application.identifier);
         owner->NotifyChanges();
         PostWithBundleId(OtherAppTerminatedNotification, application.identifier);
