@@ -46,6 +46,17 @@ if(TIDEMIX_WITH_SYSTEMD)
 endif()
 message(STATUS "Tidemix: sd-bus (logind, RealtimeKit) ${TIDEMIX_HAVE_SYSTEMD}")
 
+# gdk-pixbuf decodes and scales application icons; GIO reads desktop entries,
+# launches them and knows the default handler of a URL scheme. Without them
+# applications have no icons and count as not installed.
+set(TIDEMIX_HAVE_DESKTOP OFF)
+pkg_check_modules(GDKPIXBUF IMPORTED_TARGET gdk-pixbuf-2.0)
+pkg_check_modules(GIOUNIX IMPORTED_TARGET gio-unix-2.0)
+if(GDKPIXBUF_FOUND AND GIOUNIX_FOUND)
+  set(TIDEMIX_HAVE_DESKTOP ON)
+endif()
+message(STATUS "Tidemix: desktop entries and icons ${TIDEMIX_HAVE_DESKTOP}")
+
 if(TIDEMIX_BUILD_TESTS)
   find_package(GTest REQUIRED)
   include(GoogleTest)

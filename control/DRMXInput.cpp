@@ -3,8 +3,8 @@
 #include <utility>
 #include <vector>
 
-#include "control/DRMXPlatformHooks.h"
 #include "engine/devices/DRAVDeviceCoreAudio.h"
+#include "observers/appaudio/DRMXDeviceObserverAppAudio.h"
 #include "portable-core/DRAVPropertyNames.h"
 
 using namespace DRMX_Settings;
@@ -17,9 +17,9 @@ bool IsAppAudio(const DRMXInputSelector& selector)
 }
 }  // namespace
 
-std::map<std::string, DRMXInput::AppAudioEntry>& DRMXInput::AppAudioDeviceMapping()
+std::map<std::string, std::string>& DRMXInput::AppAudioDeviceMapping()
 {
-    static auto* const sMapping = new std::map<std::string, AppAudioEntry>();
+    static auto* const sMapping = new std::map<std::string, std::string>();
     return *sMapping;
 }
 
@@ -36,50 +36,41 @@ DRMXInput::DRMXInput(const DRMXInputSelector& selector, const std::string& name)
         CDplScopedLock lock(selectorLock_);
         selector_ = selector;
     }
-    HoldAppAudio(selector);
+    ActivateAppAudio(selector);
 }
 
 DRMXInput::~DRMXInput()
 {
     AudioUnitStop();
     CDplScopedLock mappingLock(AppAudioMappingLock());
-    ReleaseAppAudio(GetSelector());
+    DeactivateAppAudio(GetSelector());
 }
 
-void DRMXInput::HoldAppAudio(const DRMXInputSelector& selector)
+void DRMXInput::ActivateAppAudio(const DRMXInputSelector& selector)
 {
     if (!IsAppAudio(selector))
     {
         return;
     }
-    AppAudioEntry& entry = AppAudioDeviceMapping()[selector.GetHardwareId()];
-    ++entry.holders;
-    if (entry.devicePath.empty())
+    std::string& path = AppAudioDeviceMapping()[selector.GetHardwareId()];
+    if (path.empty())
     {
-        std::string path;
-        if (ActivateAppAudioDevicePlatformSpecific(selector, path))
+        std::string made;
+        if (DRMXDeviceObserverAppAudio::ActivateAppAudioDevice(selector, made))
         {
-            entry.devicePath = path;
+            path = made;
         }
     }
 }
 
-void DRMXInput::ReleaseAppAudio(const DRMXInputSelector& selector)
+void DRMXInput::DeactivateAppAudio(const DRMXInputSelector& selector)
 {
     if (!IsAppAudio(selector))
     {
         return;
     }
-    auto& mapping = AppAudioDeviceMapping();
-    const auto found = mapping.find(selector.GetHardwareId());
-    if (found == mapping.end() || --found->second.holders > 0)
-    {
-        return;
-    }
-    // The input of the other mix may still name the application: its device
-    // goes only with the last input.
-    DeactivateAppAudioDevicePlatformSpecific(selector);
-    mapping.erase(found);
+    DRMXDeviceObserverAppAudio::DeactivateAppAudioDevice(selector);
+    AppAudioDeviceMapping()[selector.GetHardwareId()].clear();
 }
 
 void DRMXInput::SetSelector(const DRMXInputSelector& selector)
@@ -94,8 +85,10 @@ void DRMXInput::SetSelector(const DRMXInputSelector& selector)
         CDplScopedLock lock(selectorLock_);
         selector_ = selector;
     }
-    HoldAppAudio(selector);
-    ReleaseAppAudio(former);
+    // The former application's sound would otherwise stay on a device that
+    // nothing records any more.
+    DeactivateAppAudio(former);
+    ActivateAppAudio(selector);
 
     if (const std::shared_ptr<DRAVSourceAudioCaptureCoreAudio> source = GetCaptureSource())
     {
@@ -127,9 +120,9 @@ std::string DRMXInput::GetDevicePathForSelector(const DRMXInputSelector& selecto
         CDplScopedLock mappingLock(AppAudioMappingLock());
         const auto& mapping = AppAudioDeviceMapping();
         const auto found = mapping.find(selector.GetHardwareId());
-        if (found != mapping.end() && !found->second.devicePath.empty())
+        if (found != mapping.end() && !found->second.empty())
         {
-            return found->second.devicePath;
+            return found->second;
         }
     }
     for (const DRAVDeviceDescriptor& device :
@@ -151,7 +144,7 @@ DRAVResult DRMXInput::AudioUnitStart(const DRAVTimestamp&)
         CDplScopedLock mappingLock(AppAudioMappingLock());
         const auto& mapping = AppAudioDeviceMapping();
         const auto found = mapping.find(selector.GetHardwareId());
-        if (found == mapping.end() || found->second.devicePath.empty())
+        if (found == mapping.end() || found->second.empty())
         {
             return DRAVResult(kDRAVResultErrNotFound, "the application \"%s\" has no capture device",
                               selector.GetHardwareId().c_str());

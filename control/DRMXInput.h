@@ -22,7 +22,8 @@ public:
 
     explicit DRMXInput(const DRMX_Settings::DRMXInputSelector& selector = DRMX_Settings::DRMXInputSelector(),
                        const std::string& name = "Input");
-    // An application's input gives up its share of the application's device.
+    // An application's input deletes the application's device, also for
+    // the input of the other mix.
     ~DRMXInput() override;
 
     // Under the application map's lock. A selector with the same inputId
@@ -47,19 +48,16 @@ public:
     static std::string GetDevicePathForSelector(const DRMX_Settings::DRMXInputSelector& selector);
 
 private:
-    struct AppAudioEntry
-    {
-        std::string devicePath;  // empty: the application has no device
-        int holders = 0;         // inputs (one per mix) naming the application
-    };
+    // Both under appAudioMappingLock. The two inputs of one application (one
+    // in each mix) share its entry and so its capture device; the first to
+    // let go deletes the device and empties the entry.
+    static void ActivateAppAudio(const DRMX_Settings::DRMXInputSelector& selector);
+    static void DeactivateAppAudio(const DRMX_Settings::DRMXInputSelector& selector);
 
-    // Both under appAudioMappingLock.
-    void HoldAppAudio(const DRMX_Settings::DRMXInputSelector& selector);
-    void ReleaseAppAudio(const DRMX_Settings::DRMXInputSelector& selector);
-
-    // Bundle identifier to the capture device made for that application, and
-    // its lock. Never destroyed: an input may go at the process's exit.
-    static std::map<std::string, AppAudioEntry>& AppAudioDeviceMapping();
+    // Bundle identifier to the device path of the capture device made for
+    // that application (empty: none), and its lock. Never destroyed: an input
+    // may go at the process's exit.
+    static std::map<std::string, std::string>& AppAudioDeviceMapping();
     static CDplThreadMutex& AppAudioMappingLock();
 
     DRMXCaptureSourceSlot capture_;

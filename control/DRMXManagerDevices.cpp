@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "control/DRMXApplicationBundle.h"
 #include "control/DRMXManagerLocks.h"
 #include "control/DRMXMicrophoneBase.h"
 #include "control/DRMXPlatformHooks.h"
@@ -15,6 +14,7 @@
 #include "observers/appaudio/DRMXDeviceObserverAppAudio.h"
 #include "portable-core/DRAVLog.h"
 #include "portable-core/DRAVPropertyNames.h"
+#include "settings/DRMXApplicationBundle.h"
 
 using namespace DRMX_Settings;
 

@@ -125,11 +125,16 @@ std::vector<DRMX_Settings::DRMXInputSelector> GetAvailableInputsPlatformSpecific
     {
         return hook(type);
     }
-    // Applications' inputs join when application audio lands.
+    // The audio devices' inputs first, then the applications'.
     std::vector<DRMX_Settings::DRMXInputSelector> inputs;
     if (type != DRMX_Settings::kInputTypeAppAudio)
     {
         inputs = DRMXDeviceObserverCoreAudio::EnumInputs();
+    }
+    if (type == DRMX_Settings::kInputTypeAny || type == DRMX_Settings::kInputTypeAppAudio)
+    {
+        const std::vector<DRMX_Settings::DRMXInputSelector> apps = DRMXDeviceObserverAppAudio::EnumInputs();
+        inputs.insert(inputs.end(), apps.begin(), apps.end());
     }
     const std::vector<std::string> defaults = DRMXVirtualDeviceNames::GetVirtualDefaultDeviceNames();
     std::vector<DRMX_Settings::DRMXInputSelector> kept;
@@ -222,27 +227,4 @@ std::shared_ptr<DRMXFirmwareUpdateInterface> CreateFirmwareUpdaterPlatformSpecif
         former = std::exchange(gFirmwareUpdate, update);
     }
     return update;
-}
-
-bool ActivateAppAudioDevicePlatformSpecific(const DRMX_Settings::DRMXInputSelector& selector,
-                                            std::string& devicePath)
-{
-    if (auto hook = CurrentHooks().activateAppAudioDevice)
-    {
-        // The capture device that appears now is the application's own: the
-        // audio observer must not take it for a device the user plugged in.
-        DRMXDeviceObserverCoreAudio::DisableDeviceObserverCallback();
-        const bool made = hook(selector, devicePath);
-        DRMXDeviceObserverCoreAudio::EnableDeviceObserverCallback();
-        return made;
-    }
-    return false;
-}
-
-void DeactivateAppAudioDevicePlatformSpecific(const DRMX_Settings::DRMXInputSelector& selector)
-{
-    if (auto hook = CurrentHooks().deactivateAppAudioDevice)
-    {
-        hook(selector);
-    }
 }

@@ -39,12 +39,6 @@ std::weak_ptr<DRMXMicrophoneInterface> GetMicrophoneHelperPlatformSpecific(const
 std::weak_ptr<DRMXMicrophoneInterface> GetFirstDFUMicrophonePlatformSpecific();
 // A new firmware update, which also stays alive as the process's newest.
 std::shared_ptr<DRMXFirmwareUpdateInterface> CreateFirmwareUpdaterPlatformSpecific(const std::string& name);
-// The capture device that carries one application's sound: made (true, with
-// its device path) or deleted. Without application audio nothing is made.
-bool ActivateAppAudioDevicePlatformSpecific(const DRMX_Settings::DRMXInputSelector& selector,
-                                            std::string& devicePath);
-void DeactivateAppAudioDevicePlatformSpecific(const DRMX_Settings::DRMXInputSelector& selector);
-
 // Replacements for the hooks above; an empty function keeps the built-in one.
 struct DRMXPlatformHooks
 {
@@ -59,8 +53,6 @@ struct DRMXPlatformHooks
     std::function<std::vector<DRMX_Settings::DRMXOutputSelector>(DRMX_Settings::DRMXOutputType)>
         availableOutputs;
     std::function<bool()> microphoneConnected;
-    std::function<bool(const DRMX_Settings::DRMXInputSelector&, std::string&)> activateAppAudioDevice;
-    std::function<void(const DRMX_Settings::DRMXInputSelector&)> deactivateAppAudioDevice;
 };
 
 // Installs replacements and returns the former ones.

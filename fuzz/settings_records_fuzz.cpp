@@ -7,8 +7,10 @@
 #include <cstdint>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "settings/DRMXApplicationSettings.h"
+#include "settings/DRMXDefaultAppAudioInputs.h"
 #include "settings/DRMXInputSelector.h"
 #include "settings/DRMXMicrophoneSettings.h"
 #include "settings/DRMXMixerNodeSelector.h"
@@ -56,5 +58,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     shortName.SetType(DRMX_Settings::kInputTypeVirtual);
     shortName.SetName(text);
     (void)shortName.GetNameShort();
+    // The resource "DefaultAppAudioInputs.json": any text parses or fails
+    // softly, and a failure leaves no entries behind.
+    std::vector<DRMXDefaultAppAudioInputs::Entry> entries{{"stale", {"stale"}}};
+    if (!DRMXDefaultAppAudioInputs::Parse(text, entries).Succeeded() && !entries.empty())
+    {
+        abort();
+    }
     return 0;
 }

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/Applications.h"
 #include "platform/AudioSystem.h"
 #include "platform/EmptyPowerEvents.h"
 #include "platform/EmptyUsbBus.h"
@@ -33,6 +34,9 @@ public:
     virtual UsbBus& Usb() { return noUsb_; }
     // Sleep and wake. A backend without a power service reports none.
     virtual PowerEvents& Power() { return noPower_; }
+    // Running and installed applications and their capture devices. A
+    // backend without them offers none.
+    virtual Applications& Apps() { return noApps_; }
     // Asks real-time scheduling for the calling thread (a mix's own
     // host-clock audio thread). A backend may grant or refuse it; a refusal
     // is no error, and the thread keeps running as it is.
@@ -62,6 +66,7 @@ private:
     std::shared_ptr<DplDispatchQueue> mainQueue_;
     EmptyUsbBus noUsb_;
     EmptyPowerEvents noPower_;
+    EmptyApplications noApps_;
 };
 
 }  // namespace tidemix::platform

@@ -13,6 +13,7 @@ packages=(
   clang libclang-rt-14-dev
   locales
   zlib1g-dev dfu-util
+  libgdk-pixbuf-2.0-dev libglib2.0-dev
 )
 missing=()
 for p in "${packages[@]}"; do

@@ -5,6 +5,7 @@
 #include "platform/EmptyAudioSystem.h"
 #include "platform/EmptyUsbBus.h"
 #include "platform/linux/LibUsbBus.h"
+#include "platform/linux/LinuxApplications.h"
 #include "platform/linux/RealtimeScheduling.h"
 #include "platform/pipewire/PipeWireAudioSystem.h"
 #include "portable-core/DRAVLog.h"
@@ -16,7 +17,11 @@ namespace linuxos
 LinuxPlatform::LinuxPlatform()
 {
     std::string whyNot;
-    audio_ = pipewire::PipeWireAudioSystem::Connect(std::string(), &whyNot);
+    std::unique_ptr<pipewire::PipeWireAudioSystem> pipeWire =
+        pipewire::PipeWireAudioSystem::Connect(std::string(), &whyNot);
+    std::unique_ptr<Applications> running = pipeWire ? pipeWire->CreateApplications() : nullptr;
+    apps_ = std::make_unique<LinuxApplications>(std::move(running));
+    audio_ = std::move(pipeWire);
     if (audio_)
     {
         DRAVLogLine(kDbgPrintLevelInfo, "linux platform: audio devices from PipeWire");

@@ -26,12 +26,15 @@ public:
     UsbBus& Usb() override;
     // Sleep and wake from logind; the bus is reached on the first listener.
     PowerEvents& Power() override { return power_; }
+    // Running applications from PipeWire, installed ones from the desktop.
+    Applications& Apps() override { return *apps_; }
     // RealtimeKit, else SCHED_FIFO, else the thread stays as it is (logged
     // once per process).
     RealtimeGrant RequestRealtimeForCurrentThread() override;
 
 private:
     std::unique_ptr<AudioSystem> audio_;
+    std::unique_ptr<Applications> apps_;
     std::once_flag usbOnce_;
     std::unique_ptr<UsbBus> usb_;
     LogindProcessActivity activity_;

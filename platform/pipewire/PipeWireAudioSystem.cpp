@@ -8,6 +8,7 @@
 #include <map>
 #include <mutex>
 
+#include "platform/pipewire/PipeWireApplications.h"
 #include "platform/pipewire/PipeWireCaptureStream.h"
 #include "platform/pipewire/PipeWireContext.h"
 #include "platform/pipewire/PipeWireDeviceMapping.h"
@@ -485,6 +486,11 @@ bool PipeWireAudioSystem::Connected() const
     return impl_->context->Connected();
 }
 
+std::unique_ptr<Applications> PipeWireAudioSystem::CreateApplications()
+{
+    return PipeWireApplications::Create(impl_->context);
+}
+
 bool PipeWireAudioSystem::Synchronize(int timeoutSeconds)
 {
     // The first round trip brings every announced object and the binds we
@@ -589,6 +595,10 @@ PipeWireAudioSystem::~PipeWireAudioSystem() = default;
 bool PipeWireAudioSystem::Connected() const
 {
     return false;
+}
+std::unique_ptr<Applications> PipeWireAudioSystem::CreateApplications()
+{
+    return nullptr;
 }
 bool PipeWireAudioSystem::Synchronize(int)
 {

@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/Applications.h"
 #include "platform/AudioSystem.h"
 
 namespace tidemix::platform::pipewire
@@ -32,6 +33,11 @@ public:
     void RemoveListener(ListenerToken token) override;
     std::unique_ptr<CaptureStream> OpenCapture(uint32_t deviceId, CaptureCallback callback) override;
     std::unique_ptr<PlaybackStream> OpenPlayback(uint32_t deviceId, PlaybackCallback callback) override;
+
+    // The applications that play audio on the same daemon, over the same
+    // connection (so a capture device it makes is in this snapshot when it
+    // returns); null without a connection.
+    std::unique_ptr<Applications> CreateApplications();
 
     // False once the daemon has gone away.
     bool Connected() const;

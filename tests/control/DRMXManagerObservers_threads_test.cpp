@@ -8,10 +8,10 @@
 #include "control/DRMXManager.h"
 #include "control/DRMXMicrophone.h"
 #include "control/DRMXOutput.h"
-#include "control/DRMXPlatformHooks.h"
 #include "engine/DRAVManager.h"
 #include "observers/DRMXDeviceObserverCoreAudio.h"
 #include "observers/DRMXDeviceObserverUSB.h"
+#include "observers/appaudio/DRMXDeviceObserverAppAudio.h"
 #include "platform/Platform.h"
 #include "platform/sim/SimPlatform.h"
 #include "portable-core/DRAVPropertyNames.h"
@@ -44,15 +44,6 @@ protected:
         tidemix::test::AddSimSpeaker(platform_->World(), "stream");
         microphone_ = PlugSimMicrophone(*platform_, 0x0B21, "MIC1");
 
-        DRMXPlatformHooks hooks;
-        hooks.activateAppAudioDevice = [this](const DRMXInputSelector&, std::string& path)
-        {
-            path = std::to_string(
-                platform_->World().AddDevice(SimDeviceSpec::Microphone("app.player", "Player")));
-            platform_->World().FlushNotifications();
-            return true;
-        };
-        formerHooks_ = DRMXSetPlatformHooks(hooks);
         manager_ = DRMXManager::GetDRMXManager();
         ASSERT_TRUE(manager_->Init("").Succeeded());
         manager_->AttachDeviceChangeObserver(recorder_.Property(), kDeviceNotificationAny);
@@ -66,7 +57,6 @@ protected:
         manager_->DetachDeviceChangeObserver(recorder_.Property());
         tidemix::test::EmptyMixes(*manager_);
         manager_->Deinit();
-        DRMXSetPlatformHooks(formerHooks_);
         DRAVManager::GetDRAVManager()->Deinit();
         Platform::Use(nullptr);
     }
@@ -86,7 +76,6 @@ protected:
     std::shared_ptr<SimPlatform> platform_;
     SimMicrophone microphone_;
     ObserverRecorder recorder_;
-    DRMXPlatformHooks formerHooks_;
     DRMXManager* manager_ = nullptr;
 };
 
@@ -110,14 +99,22 @@ TEST_F(ManagerObservers, DevicesComingAndGoingWhileMixingPostInOrder)
 
     // An application's capture device made behind the gate is not reported
     // as a plug; the next comparison finds it.
+    platform_->SimApps().Start({"app.player", "Player", tidemix::platform::ApplicationPolicy::Regular, {}});
+    platform_->SimApps().FlushNotifications();
+    SettleObservers(*platform_);
     recorder_.Clear();
+    DRMXInputSelector app;
+    app.SetType(kInputTypeAppAudio);
+    app.SetHardwareId("app.player");
     std::string path;
-    ASSERT_TRUE(ActivateAppAudioDevicePlatformSpecific(DRMXInputSelector(), path));
+    ASSERT_TRUE(DRMXDeviceObserverAppAudio::ActivateAppAudioDevice(app, path));
     SettleObservers(*platform_);
     EXPECT_TRUE(recorder_.Events().empty());
     platform_->World().RemoveDevice(speaker + 1);
     SettleObservers(*platform_);
-    EXPECT_EQ(recorder_.Events().front(), "CoreAudioInputsAddedNotification app.player");
+    ASSERT_FALSE(recorder_.Events().empty());
+    EXPECT_EQ(recorder_.Events().front(), "CoreAudioInputsAddedNotification tidemix-app.app.player");
+    DRMXDeviceObserverAppAudio::DeactivateAppAudioDevice(app);
 }
 
 TEST_F(ManagerObservers, TheCachedMicrophoneFollowsItsDeviceAndOnlyOneIsMain)
@@ -235,3 +232,62 @@ TEST_F(ManagerObservers, MixingNeedsTheMicrophoneAndItsControlsReachTheDevice)
     EXPECT_TRUE(control->GetMicrophoneMute());
 }
 }  // namespace
+
+namespace
+{
+std::shared_ptr<DRMXInputInterface> InputOf(const std::shared_ptr<DRMXMixerBase>& mix,
+                                            const std::string& hardwareId)
+{
+    for (const auto& input : mix->GetInputs())
+    {
+        if (input && input->GetSelector().GetHardwareId() == hardwareId)
+        {
+            return input;
+        }
+    }
+    return nullptr;
+}
+}  // namespace
+
+// An application offered as an input goes into both mixes with one capture
+// device. When the local mix lets its input go, the device goes and the entry
+// the stream mix's input names is empty: that input starts with nothing, and
+// mixing goes on.
+TEST_F(ManagerObservers, AnApplicationInBothMixesSharesOneDeviceUntilOneInputGoes)
+{
+    auto& apps = platform_->SimApps();
+    ASSERT_TRUE(apps.Start({"app.shared", "Shared", tidemix::platform::ApplicationPolicy::Regular,
+                            tidemix::platform::sim::SimSignal::Sine(660.0, 0.5)}));
+    apps.FlushNotifications();
+    SettleObservers(*platform_);
+    const auto offered = manager_->GetAvailableInputs(kInputTypeAppAudio);
+    const auto app = std::find_if(offered.begin(), offered.end(),
+                                  [](const auto& s) { return s.GetHardwareId() == "app.shared"; });
+    ASSERT_NE(app, offered.end());
+    EXPECT_EQ(app->GetType(), kInputTypeAppAudio);
+
+    manager_->StopMixing();
+    DRMXInputSelector selector = *app;
+    selector.SetMixerNodeID(2);
+    ASSERT_TRUE(manager_->AddInput(selector).Succeeded());
+    EXPECT_EQ(apps.CaptureDevicesCreated(), 1);
+    const auto local = manager_->GetMixerForType(kMixerLocal);
+    const auto stream = manager_->GetMixerForType(kMixerStream);
+    for (const auto& mix : {local, stream})
+    {
+        ASSERT_TRUE(mix->ConfigureMixerNodes().Succeeded());
+    }
+    ASSERT_TRUE(manager_->StartMixing().Succeeded());
+    const auto streamApp = InputOf(stream, "app.shared");
+    ASSERT_NE(streamApp, nullptr);
+    EXPECT_TRUE(std::dynamic_pointer_cast<DRMXAudioUnitInterface>(streamApp)->IsUnitStarted());
+
+    manager_->StopMixing();
+    local->ReplaceInput(InputOf(local, "app.shared"), nullptr);
+    EXPECT_EQ(apps.SoundDevice("app.shared"), 0u);
+    EXPECT_EQ(DRMXInput::GetDevicePathForSelector(selector), "");
+    EXPECT_TRUE(manager_->StartMixing().Succeeded());
+    EXPECT_TRUE(manager_->IsMixing());
+    EXPECT_FALSE(std::dynamic_pointer_cast<DRMXAudioUnitInterface>(streamApp)->IsUnitStarted());
+    apps.Quit("app.shared");
+}

@@ -1,6 +1,5 @@
 // Mixer nodes, inputs and outputs as control objects, with no device started:
-// their meters, node ids, selectors, buffer sizes and the capture devices that
-// the inputs of one application share.
+// their meters, node ids, selectors and buffer sizes.
 
 #include <gtest/gtest.h>
 
@@ -12,20 +11,11 @@
 #include "control/DRMXInput.h"
 #include "control/DRMXMixerNode.h"
 #include "control/DRMXOutput.h"
-#include "control/DRMXPlatformHooks.h"
 #include "portable-core/DRAVPropertyNames.h"
 
 namespace
 {
 using namespace DRMX_Settings;
-
-DRMXInputSelector AppSelector(const std::string& bundleId)
-{
-    DRMXInputSelector selector;
-    selector.SetType(kInputTypeAppAudio);
-    selector.SetHardwareId(bundleId);
-    return selector;
-}
 
 // Nodes and outputs read a power in decibels on one scale. Each case starts
 // from both channels at -40 dB (0.2), so a value that isn't stored shows.
@@ -135,62 +125,5 @@ TEST(DRMXMixObjects, BadBufferSizesAreRefusedAndChangeNothing)
         c.object->SetIntProperty(c.property, 480);
         EXPECT_EQ(c.object->GetIntProperty(c.property), 480);
     }
-}
-
-class DRMXAppAudioInputs : public ::testing::Test
-{
-protected:
-    void SetUp() override
-    {
-        DRMXPlatformHooks hooks;
-        hooks.activateAppAudioDevice = [this](const DRMXInputSelector& selector, std::string& path)
-        {
-            ++activations;
-            if (selector.GetHardwareId() == "com.example.silent")
-            {
-                return false;
-            }
-            path = "4711";
-            return true;
-        };
-        hooks.deactivateAppAudioDevice = [this](const DRMXInputSelector&) { ++deactivations; };
-        formerHooks_ = DRMXSetPlatformHooks(hooks);
-    }
-    void TearDown() override { DRMXSetPlatformHooks(formerHooks_); }
-
-    int activations = 0;
-    int deactivations = 0;
-
-private:
-    DRMXPlatformHooks formerHooks_;
-};
-
-TEST_F(DRMXAppAudioInputs, AnApplicationWithoutADeviceStartsNothing)
-{
-    DRMXInput input(AppSelector("com.example.silent"));
-    EXPECT_EQ(input.AudioUnitStart(DRAVTimestamp(0)).GetCode(), kDRAVResultErrNotFound);
-    EXPECT_FALSE(input.IsUnitStarted());
-    EXPECT_EQ(input.GetSource(), nullptr);
-}
-
-// One application in both mixes: one device, made for the first input and
-// kept until the last one goes, since the other mix still plays it.
-TEST_F(DRMXAppAudioInputs, TheInputsOfOneApplicationShareItsDeviceUntilTheLastGoes)
-{
-    const DRMXInputSelector app = AppSelector("com.example.player");
-    auto local = std::make_unique<DRMXInput>(app);
-    auto stream = std::make_unique<DRMXInput>(app);
-    EXPECT_EQ(activations, 1);
-    EXPECT_EQ(DRMXInput::GetDevicePathForSelector(app), "4711");
-
-    local.reset();
-    EXPECT_EQ(deactivations, 0);
-    EXPECT_EQ(DRMXInput::GetDevicePathForSelector(app), "4711");
-
-    // Moving the last input to another application lets the first one go.
-    stream->SetSelector(AppSelector("com.example.other"));
-    EXPECT_EQ(deactivations, 1);
-    EXPECT_EQ(DRMXInput::GetDevicePathForSelector(app), "");
-    EXPECT_EQ(activations, 2);
 }
 }  // namespace

@@ -239,9 +239,14 @@ public:
     bool Connect(const std::string& nodeName, bool capture)
     {
         LoopLock lock(core_->loop);
-        pw_properties* props = pw_properties_new(
-            PW_KEY_MEDIA_TYPE, "Audio", PW_KEY_MEDIA_CATEGORY, capture ? "Capture" : "Playback",
-            PW_KEY_TARGET_OBJECT, nodeName.c_str(), PW_KEY_NODE_DONT_RECONNECT, "true", nullptr);
+        pw_properties* props = pw_properties_new(PW_KEY_MEDIA_TYPE, "Audio", PW_KEY_MEDIA_CATEGORY,
+                                                 capture ? "Capture" : "Playback", nullptr);
+        // No node: wherever the session manager links it, as an application plays.
+        if (!nodeName.empty())
+        {
+            pw_properties_set(props, PW_KEY_TARGET_OBJECT, nodeName.c_str());
+            pw_properties_set(props, PW_KEY_NODE_DONT_RECONNECT, "true");
+        }
         if (capture)
         {
             pw_properties_set(props, PW_KEY_STREAM_CAPTURE_SINK, "true");
@@ -378,10 +383,31 @@ private:
     std::shared_ptr<SampleCollector> into_;
 };
 
+// An application: a client of its own with a tone; it quits with the handle.
+class ApplicationHandle final : public PipeWireTestPeer::Handle
+{
+public:
+    ApplicationHandle(std::shared_ptr<PeerCore> core, std::unique_ptr<StreamHandle> tone)
+        : core_(std::move(core)), tone_(std::move(tone))
+    {
+    }
+    ~ApplicationHandle() override { tone_.reset(); }
+
+private:
+    std::shared_ptr<PeerCore> core_;
+    std::unique_ptr<StreamHandle> tone_;
+};
+
 class Peer final : public PipeWireTestPeer
 {
 public:
-    explicit Peer(std::shared_ptr<PeerCore> core) : core_(std::move(core)) {}
+    Peer(std::shared_ptr<PeerCore> core, std::string remoteName)
+        : core_(std::move(core)), remoteName_(std::move(remoteName))
+    {
+    }
+
+    std::unique_ptr<Handle> RunApplication(const std::string& appId, const std::string& appName,
+                                           double frequency, float amplitude) override;
 
     std::unique_ptr<Handle> CreateNullSink(const std::string& nodeName, const std::string& description,
                                            const std::string& mediaClass) override
@@ -421,10 +447,14 @@ public:
 
 private:
     std::shared_ptr<PeerCore> core_;
+    std::string remoteName_;
 };
 }  // namespace
 
-std::unique_ptr<PipeWireTestPeer> PipeWireTestPeer::Connect(const std::string& remoteName)
+namespace
+{
+// A connection of its own; extra properties name the client (taken over).
+std::shared_ptr<PeerCore> ConnectCore(const std::string& remoteName, pw_properties* props)
 {
     static std::once_flag once;
     std::call_once(once, [] { pw_init(nullptr, nullptr); });
@@ -433,12 +463,22 @@ std::unique_ptr<PipeWireTestPeer> PipeWireTestPeer::Connect(const std::string& r
     core->context = pw_context_new(pw_thread_loop_get_loop(core->loop), nullptr, 0);
     if (core->context == nullptr || pw_thread_loop_start(core->loop) < 0)
     {
+        if (props != nullptr)
+        {
+            pw_properties_free(props);
+        }
         return nullptr;
     }
     {
         LoopLock lock(core->loop);
-        pw_properties* props =
-            remoteName.empty() ? nullptr : pw_properties_new(PW_KEY_REMOTE_NAME, remoteName.c_str(), nullptr);
+        if (!remoteName.empty())
+        {
+            if (props == nullptr)
+            {
+                props = pw_properties_new(nullptr, nullptr);
+            }
+            pw_properties_set(props, PW_KEY_REMOTE_NAME, remoteName.c_str());
+        }
         core->core = pw_context_connect(core->context, props, 0);
         if (core->core == nullptr)
         {
@@ -465,7 +505,33 @@ std::unique_ptr<PipeWireTestPeer> PipeWireTestPeer::Connect(const std::string& r
     {
         return nullptr;
     }
-    return std::make_unique<Peer>(std::move(core));
+    return core;
+}
+}  // namespace
+
+std::unique_ptr<PipeWireTestPeer> PipeWireTestPeer::Connect(const std::string& remoteName)
+{
+    std::shared_ptr<PeerCore> core = ConnectCore(remoteName, nullptr);
+    return core ? std::make_unique<Peer>(std::move(core), remoteName) : nullptr;
+}
+
+std::unique_ptr<PipeWireTestPeer::Handle> Peer::RunApplication(const std::string& appId,
+                                                               const std::string& appName, double frequency,
+                                                               float amplitude)
+{
+    std::shared_ptr<PeerCore> core = ConnectCore(
+        remoteName_,
+        pw_properties_new(PW_KEY_APP_ID, appId.c_str(), PW_KEY_APP_NAME, appName.c_str(), nullptr));
+    if (!core)
+    {
+        return nullptr;
+    }
+    auto tone = std::make_unique<ToneHandle>(core, frequency, amplitude);
+    if (!tone->Connect(std::string(), false))
+    {
+        return nullptr;
+    }
+    return std::make_unique<ApplicationHandle>(std::move(core), std::move(tone));
 }
 
 }  // namespace tidemix::test

@@ -67,6 +67,11 @@ public:
     // Plays a sine (both channels) into the node of that name.
     virtual std::unique_ptr<Handle> PlayTone(const std::string& nodeName, double frequency,
                                              float amplitude) = 0;
+    // A client of its own, named by application.id and application.name, that
+    // plays a sine to wherever the session manager links it; destroying the
+    // handle disconnects it, as a quitting application does.
+    virtual std::unique_ptr<Handle> RunApplication(const std::string& appId, const std::string& appName,
+                                                   double frequency, float amplitude) = 0;
     // Records the left channel of what the node of that name plays (its monitor).
     virtual std::unique_ptr<Handle> RecordMonitor(const std::string& nodeName,
                                                   std::shared_ptr<SampleCollector> into) = 0;

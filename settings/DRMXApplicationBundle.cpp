@@ -1,4 +1,4 @@
-#include "control/DRMXApplicationBundle.h"
+#include "settings/DRMXApplicationBundle.h"
 
 #include <cstdlib>
 #include <filesystem>
