@@ -14,6 +14,7 @@
 #include "control/DRMXProcessActivity.h"
 #include "engine/DRAVManager.h"
 #include "engine/sinks/DRAVSinkMakers.h"
+#include "observers/appaudio/DRMXDeviceObserverAppAudio.h"
 #include "portable-core/DRAVLog.h"
 #include "portable-core/DRAVPropertyNames.h"
 #include "portable-core/DplDispatchQueue.h"
@@ -74,6 +75,7 @@ DRMXManager::DRMXManager() : impl_(std::make_unique<Impl>())
     queries.availableOutputs = [this](DRMXOutputType type, const std::string& name)
     { return GetAvailableOutputs(type, name); };
     queries.availableInputs = [this](DRMXInputType type) { return GetAvailableInputs(type); };
+    queries.defaultAppAudioInputs = [] { return DRMXDeviceObserverAppAudio::GetDefaultAppAudioInputs(); };
     settings_.SetDeviceQueries(std::move(queries));
 
     // Made once and never replaced: observers hold them by raw pointer.

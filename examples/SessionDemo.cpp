@@ -15,6 +15,7 @@
 #include "control/DRMXManager.h"
 #include "control/DRMXMixer.h"
 #include "microphones/DRMXNotificationCenter.h"
+#include "observers/appaudio/DRMXDeviceObserverAppAudio.h"
 #include "platform/Platform.h"
 #include "platform/sim/SimPlatform.h"
 #include "portable-core/DRAVPropertyNames.h"
@@ -34,6 +35,8 @@ constexpr char kDeskMicrophoneName[] = "Desk Microphone";
 constexpr char kHeadphonesName[] = "Session Headphones";
 constexpr char kMusicName[] = "Tidemix Music";
 constexpr char kStreamName[] = "Tidemix Stream";
+constexpr char kPlayerId[] = "org.example.CadencePlayer";
+constexpr char kPlayerName[] = "Cadence Player";
 
 const char* MixName(DRMXMixerType type)
 {
@@ -84,6 +87,12 @@ public:
             handles_.push_back(center->addObserver(
                 name, [this, name](DRMXNotificationParameters parameters) { Inputs(name, parameters); }));
         }
+        for (const std::string& name : {DRMXDeviceObserverAppAudio::OtherAppLaunchedNotification,
+                                        DRMXDeviceObserverAppAudio::OtherAppTerminatedNotification})
+        {
+            handles_.push_back(center->addObserver(name, [this, name](DRMXNotificationParameters parameters)
+                                                   { Application(name, parameters); }));
+        }
         for (const char* name : {"CoreAudioOutputsAddedNotification", "CoreAudioOutputsRemovedNotification"})
         {
             handles_.push_back(center->addObserver(
@@ -115,6 +124,17 @@ public:
         std::lock_guard guard(mutex_);
         return std::exchange(removedMusic_, std::nullopt);
     }
+    // The music player's launch and end, each taken once.
+    bool TakePlayerLaunched()
+    {
+        std::lock_guard guard(mutex_);
+        return std::exchange(playerLaunched_, false);
+    }
+    bool TakePlayerTerminated()
+    {
+        std::lock_guard guard(mutex_);
+        return std::exchange(playerTerminated_, false);
+    }
 
 private:
     void Inputs(const char* name, const DRMXNotificationParameters& parameters)
@@ -136,6 +156,22 @@ private:
             }
         }
     }
+    void Application(const std::string& name, const DRMXNotificationParameters& parameters)
+    {
+        const auto found = parameters.find(DRMXDeviceObserverAppAudio::AppBundleIDKey);
+        if (found == parameters.end() || found->second == nullptr)
+        {
+            return;
+        }
+        const std::string identifier = *static_cast<const std::string*>(found->second);
+        printf("  [notification] %s: %s\n", name.c_str(), identifier.c_str());
+        if (identifier == kPlayerId)
+        {
+            std::lock_guard guard(mutex_);
+            (name == DRMXDeviceObserverAppAudio::OtherAppLaunchedNotification ? playerLaunched_
+                                                                              : playerTerminated_) = true;
+        }
+    }
     static void Outputs(const char* name, const DRMXNotificationParameters& parameters)
     {
         const auto found = parameters.find("outputs");
@@ -153,6 +189,8 @@ private:
     std::mutex mutex_;
     std::optional<DRMXInputSelector> returnedMusic_;
     std::optional<DRMXInputSelector> removedMusic_;
+    bool playerLaunched_ = false;
+    bool playerTerminated_ = false;
 };
 
 template <typename Selector>
@@ -217,11 +255,11 @@ DRAVResult ApplyLayout(DRMXManager& manager, const DRMXMixerConfiguration& layou
     return steps.Succeeded() ? configured : steps;
 }
 
-double MusicLevel(DRMXManager& manager, DRMXMixerType type)
+double NodeLevel(DRMXManager& manager, DRMXMixerType type, const std::string& name)
 {
     for (const auto& node : manager.GetMixerNodes(type))
     {
-        if (node->GetInputSelector().GetName() == kMusicName)
+        if (node->GetInputSelector().GetName() == name)
         {
             return node->GetDoubleProperty(kPropertyNodeVULevelChannel1);
         }
@@ -349,9 +387,16 @@ int RunSession(double seconds, const std::string& configDir)
     bool pluggedBack = false;
     bool slept = false;
     bool musicRestored = false;
+    bool playerStarted = false;
+    bool playerQuit = false;
+    double playerLevel = 0.0;
+    std::optional<DRMXInputSelector> playerInput;
+    tidemix::platform::sim::SimApplicationSpec player{
+        kPlayerId, kPlayerName, tidemix::platform::ApplicationPolicy::Regular, SimSignal::Sine(660.0, 0.5)};
     double silentLevel = -1.0;
     double nextPrint = 0.0;
-    const auto musicBack = [&] { return musicRestored && MusicLevel(*manager, kMixerStream) > 0.05; };
+    const auto musicBack = [&]
+    { return musicRestored && NodeLevel(*manager, kMixerStream, kMusicName) > 0.05; };
     // A loaded machine may hear of the returned device late: the run waits a
     // few seconds more for it rather than end on a channel not yet back.
     while (applied.Succeeded() &&
@@ -368,7 +413,7 @@ int RunSession(double seconds, const std::string& configDir)
         if (!pluggedBack && at >= 2.0 * seconds / 3.0)
         {
             pluggedBack = true;
-            silentLevel = MusicLevel(*manager, kMixerStream);
+            silentLevel = NodeLevel(*manager, kMixerStream, kMusicName);
             printf("%6.1f s  plugging %s back (its channel reads %.3f)\n", at, kMusicName, silentLevel);
             musicId = world.AddDevice(music);
         }
@@ -405,13 +450,51 @@ int RunSession(double seconds, const std::string& configDir)
             platform->PowerSource().Wake();
             printf("%6.1f s  system wakes: mixing=%s\n", elapsed(), manager->IsMixing() ? "yes" : "no");
         }
+        // The music player: it starts, the application offers it and adds it
+        // to the stream mix by a layout change, and when it quits its channel goes.
+        if (!playerStarted && at >= 0.2 * seconds)
+        {
+            playerStarted = true;
+            printf("%6.1f s  %s starts\n", at, kPlayerName);
+            platform->SimApps().Start(player);
+        }
+        if (ears.TakePlayerLaunched())
+        {
+            playerInput = Named(DRMXDeviceObserverAppAudio::EnumInputs(), kPlayerName);
+            printf("%6.1f s  offered as an input: %s\n", at,
+                   playerInput ? playerInput->GetName().c_str() : "(nothing)");
+            DRMXMixerConfiguration next;
+            if (playerInput && manager->GetMixerConfiguration(next).Succeeded())
+            {
+                playerInput->SetMixerNodeID(static_cast<int>(next.mixerInputsStream.size()));
+                playerInput->gain = 0.5;
+                next.AddMixerInputStream(*playerInput);
+                printf("%6.1f s  ConfigureMixer (layout, %s joins the stream mix): %s\n", at, kPlayerName,
+                       ApplyLayout(*manager, next).toString().c_str());
+            }
+        }
+        if (playerInput && !playerQuit)
+        {
+            playerLevel = std::max(playerLevel, NodeLevel(*manager, kMixerStream, kPlayerName));
+        }
+        if (playerStarted && !playerQuit && at >= 0.55 * seconds)
+        {
+            playerQuit = true;
+            printf("%6.1f s  %s quits (its channel read up to %.3f)\n", at, kPlayerName, playerLevel);
+            platform->SimApps().Quit(kPlayerId);
+        }
+        if (ears.TakePlayerTerminated() && playerInput)
+        {
+            printf("%6.1f s  StopMixingOnInput(%s, erase): %s\n", at, kPlayerName,
+                   manager->StopMixingOnInput(*playerInput, true).toString().c_str());
+        }
         if (at >= nextPrint)
         {
             nextPrint += 0.5;
             PrintLevels(at, *manager);
         }
     }
-    const double musicAtEnd = MusicLevel(*manager, kMixerStream);
+    const double musicAtEnd = NodeLevel(*manager, kMixerStream, kMusicName);
     const bool musicCameBack = musicBack() && silentLevel < 0.01;
     printf("music channel at the end: %.3f (silent while unplugged: %.3f)\n", musicAtEnd, silentLevel);
 
@@ -439,5 +522,6 @@ int RunSession(double seconds, const std::string& configDir)
     tidemix::platform::Platform::Use(nullptr);
     DRAVSetAppDataDirectory("");
 
-    return applied.Succeeded() && written && musicCameBack && slept ? 0 : 1;
+    const bool playerHeard = playerLevel > 0.05;
+    return applied.Succeeded() && written && musicCameBack && slept && playerHeard ? 0 : 1;
 }

@@ -67,7 +67,9 @@ void PrintHelp(const char* program)
         "                       platform: Init with --config-dir DIR as the application data folder,\n"
         "                       a layout from the available devices (or the one DIR/Settings.json\n"
         "                       keeps), the music channel unplugged at a third of --duration and\n"
-        "                       brought back at two thirds, a sleep and wake, and Deinit writing\n"
+        "                       brought back at two thirds, a simulated music player that starts,\n"
+        "                       joins the stream mix by a layout change and quits, a sleep and\n"
+        "                       wake, and Deinit writing\n"
         "                       DIR/Settings.json; every step and notification is printed\n"
         "  --help               this text\n",
         program);

@@ -117,6 +117,36 @@ TEST_F(SettingsFileTest, DefaultsMuteTheMicrophoneLocallyAndOpenItToTheStream)
     EXPECT_EQ(settings.microphoneSettings.customName, "Reed Pro");
 }
 
+TEST_F(SettingsFileTest, DefaultApplicationInputsFollowTheMicrophoneInBothMixes)
+{
+    DRMXSettings settings = Defaults();
+    EXPECT_EQ(settings.LoadDefaultAppAudioSettings(), kDRAVResultOk) << "no application inputs is no error";
+    EXPECT_EQ(settings.mixerConfiguration.mixerInputsLocal.size(), 1u);
+
+    DRMXSettings::DeviceQueries queries = Devices();
+    queries.defaultAppAudioInputs = []
+    {
+        std::vector<DRMXInputSelector> inputs(2);
+        inputs[0].SetType(kInputTypeAppAudio);
+        inputs[0].SetHardwareId("org.example.Player");
+        inputs[1].SetType(kInputTypeAppAudio);
+        inputs[1].SetHardwareId("org.example.Chat");
+        inputs[1].gain = 0.2;
+        return inputs;
+    };
+    settings.SetDeviceQueries(queries);
+    ASSERT_EQ(settings.LoadDefaultAppAudioSettings(), kDRAVResultOk);
+    for (const auto* list :
+         {&settings.mixerConfiguration.mixerInputsLocal, &settings.mixerConfiguration.mixerInputsStream})
+    {
+        ASSERT_EQ(list->size(), 3u);
+        EXPECT_EQ((*list)[2].GetInputID(), "org.example.Chat");
+        EXPECT_EQ((*list)[2].GetMixerNodeId(), 2) << "node 0 is the microphone's";
+        EXPECT_DOUBLE_EQ((*list)[2].gain, 1.0);
+    }
+    EXPECT_TRUE(settings.Validate().Succeeded());
+}
+
 TEST_F(SettingsFileTest, WithoutDevicesTheDefaultsFailAndNothingCanBeSaved)
 {
     DRMXSettings settings;
