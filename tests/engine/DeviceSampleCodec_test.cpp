@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <iterator>
 #include <limits>
+#include <utility>
 #include <vector>
 
 namespace tidemix::engine
@@ -17,30 +19,20 @@ TEST(DeviceSampleCodec, FloatToInt16ClampsRoundsAndMapsNaNToZero)
 {
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const float inf = std::numeric_limits<float>::infinity();
-    const std::vector<float> pattern = {nan,
-                                        inf,
-                                        -inf,
-                                        1.0f,
-                                        -1.0f,
-                                        1.5f,
-                                        -1.5f,
-                                        0.5f,
-                                        -0.5f,
-                                        0.0f,
-                                        1e-9f,
-                                        3.0f / 32767.0f,
-                                        -2.5f / 32767.0f};
-    const std::vector<int16_t> expected = {0,     32767,  -32768, 32767, -32767, 32767, -32768,
-                                           16384, -16384, 0,      0,     3,      -2};
+    const std::pair<float, int16_t> cases[] = {
+        {nan, 0},      {inf, 32767},         {-inf, -32768},        {1.0f, 32767},   {-1.0f, -32767},
+        {1.5f, 32767}, {-1.5f, -32768},      {0.5f, 16384},         {-0.5f, -16384}, {0.0f, 0},
+        {1e-9f, 0},    {3.0f / 32767.0f, 3}, {-2.5f / 32767.0f, -2}};
     // Shifted through every position so each value goes through both paths.
     for (size_t shift = 0; shift < 4; ++shift)
     {
         std::vector<float> in(shift, 0.0f);
-        in.insert(in.end(), pattern.begin(), pattern.end());
+        for (const auto& c : cases)
+            in.push_back(c.first);
         std::vector<int16_t> out(in.size(), 123);
         DeviceSampleCodec::FloatToInt16(in.data(), out.data(), static_cast<uint32_t>(in.size()));
-        for (size_t i = 0; i < pattern.size(); ++i)
-            EXPECT_EQ(out[shift + i], expected[i]) << shift << ", " << i;
+        for (size_t i = 0; i < std::size(cases); ++i)
+            EXPECT_EQ(out[shift + i], cases[i].second) << shift << ", " << i;
         for (size_t i = 0; i < shift; ++i)
             EXPECT_EQ(out[i], 0);
     }

@@ -220,26 +220,6 @@ TEST_F(RendererSink, DefaultOutputWithoutPath)
     EXPECT_EQ(Stream()->deviceId, platform_->Hand().World().DefaultOutput().value_or(0));
 }
 
-TEST_F(RendererSink, ConvertsTheToneForA44100HzSixteenBitInterleavedDevice)
-{
-    const uint32_t speaker = AddSpeaker(Format(44100, 2, true, SampleEncoding::Int16));
-    auto sink = MakeSink(std::to_string(speaker));
-    std::vector<float> left;
-    for (int i = 0; i < 100; ++i)
-    {
-        ASSERT_EQ(sink->SendFrame(MakePlanarBlock(960, 1000.0, int64_t{i} * 960)), kDRAVResultOk);
-        const auto channels = Stream()->Request(882);
-        ASSERT_EQ(channels.size(), 2u);
-        left.insert(left.end(), channels[0].begin(), channels[0].end());
-    }
-    EXPECT_EQ(sink->GetUnderrunCount(), 0);
-    EXPECT_EQ(sink->GetDroppedBlockCount(), 0);
-    // Skip the converter's start.
-    const std::vector<float> tail(left.begin() + 4410, left.end());
-    EXPECT_NEAR(tidemix::test::ZeroCrossingFrequency(tail, 44100.0), 1000.0, 10.0);
-    EXPECT_NEAR(tidemix::test::Peak(tail), 0.5, 0.02);
-}
-
 TEST_F(RendererSink, RefusedFormatsAndBlockSizes)
 {
     const uint32_t speaker = AddSpeaker(Format(48000, 2, false));
