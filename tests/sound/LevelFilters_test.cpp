@@ -80,13 +80,7 @@ TEST(LevelFilter, SilenceAndStep)
     EXPECT_EQ(level.GetAudioLevel(), 0.5);
     // A step down falls by the decay, never straight to the new value.
     level.Apply(0.25);
-    const double before = level.GetAudioLevel();
-    EXPECT_GE(before, 0.5 * level.GetDecay());
-    for (int i = 0; i < 49 * 100; ++i)
-    {
-        level.Apply(0.25);
-    }
-    EXPECT_NEAR(level.GetAudioLevelDecibel(), -6.0206 - 1.0, 0.011);
+    EXPECT_GE(level.GetAudioLevel(), 0.5 * level.GetDecay());
 }
 
 TEST(LevelFilter, DecayCanBeChanged)
