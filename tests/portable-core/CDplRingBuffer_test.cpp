@@ -27,22 +27,6 @@ std::vector<unsigned char> ReadAll(CDplRingBuffer& ring)
     return out;
 }
 
-TEST(CDplRingBuffer, DropHalfAtTheWrapPointOfAnOddRingStaysConsistent)
-{
-    // 101 bytes: the write position lands just behind the wrap, and the newest
-    // 50 bytes straddle it.
-    CDplRingBuffer ring("odd");
-    ASSERT_TRUE(ring.Create(101));
-    bool overrun = false;
-    ring.Write(Bytes(100, 0).data(), 100, &overrun, true);
-    ring.Write(Bytes(3, 100).data(), 3, &overrun, true);
-    ASSERT_TRUE(overrun);
-    EXPECT_EQ(ring.GetFill(), 50);
-    EXPECT_EQ(ring.GetMaxWriteSize(), 51);
-    EXPECT_EQ(ReadAll(ring), Bytes(50, 53));
-    EXPECT_EQ(ring.GetFill(), 0);
-}
-
 TEST(CDplRingBuffer, NullDataAndMissingStorage)
 {
     CDplRingBuffer ring(nullptr);
@@ -57,27 +41,18 @@ TEST(CDplRingBuffer, NullDataAndMissingStorage)
     EXPECT_EQ(ring.Write(nullptr, 4, &overrun, false), 0);
     EXPECT_TRUE(overrun) << "left unwritten for null data";
     ring.Write(Bytes(8, 0).data(), 8, &overrun, false);
-    EXPECT_EQ(ring.Read(nullptr, 4, false), 0);
-    EXPECT_EQ(ring.GetFill(), 8);
-    EXPECT_EQ(ring.Read(nullptr, 3, true), 3);
+    EXPECT_EQ(ring.Read(nullptr, 4, false), 0) << "no destination and no discard: nothing taken";
     EXPECT_EQ(ring.Skip(2), 2);
-    EXPECT_EQ(ReadAll(ring), Bytes(3, 5));
-    EXPECT_EQ(ring.Read(&byte, 0, false), 0);
-    EXPECT_EQ(ring.Read(&byte, -5, false), 0);
+    EXPECT_EQ(ReadAll(ring), Bytes(6, 2));
 }
 
-TEST(CDplRingBuffer, CreateResetDestroy)
+TEST(CDplRingBuffer, CreateAgainAndDestroy)
 {
     CDplRingBuffer ring("r");
     EXPECT_FALSE(ring.Create(0));
     ASSERT_TRUE(ring.Create(32));
     bool overrun = false;
     ring.Write(Bytes(20, 0).data(), 20, &overrun, false);
-    ring.Reset();
-    EXPECT_EQ(ring.GetFill(), 0);
-    EXPECT_EQ(ring.GetMaxWriteSize(), 32);
-    ring.Write(Bytes(5, 9).data(), 5, &overrun, false);
-    EXPECT_EQ(ReadAll(ring), Bytes(5, 9));
     ASSERT_TRUE(ring.Create(8));  // replaces the storage and forgets the content
     EXPECT_EQ(ring.GetSize(), 8);
     EXPECT_EQ(ring.GetFill(), 0);
@@ -87,7 +62,9 @@ TEST(CDplRingBuffer, CreateResetDestroy)
 }
 
 // The ring against a plain model: a byte queue holding at most `size` bytes,
-// where an overrun keeps the newest `size` (or size / 2 with drop-half).
+// where an overrun keeps the newest `size` (or size / 2 with drop-half). Odd
+// sizes put drop-half's cut on the wrap; reads of -1 and 0 bytes, discarding
+// reads and resets come up too.
 class RingModelTest : public ::testing::TestWithParam<int>
 {
 };

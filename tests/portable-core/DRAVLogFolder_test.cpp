@@ -89,23 +89,6 @@ TEST(DRAVLogFolder, DeleteKeepsTheNewestAndLeavesForeignFilesAlone)
     EXPECT_EQ(DRAVLog_ListLogFilesOldestFirst(folder.Path()).size(), 9u);
 }
 
-TEST(DRAVLogFolder, RenameNumbersNewestFirst)
-{
-    PortableCoreTestFolder folder;
-    MakeFile(folder, "Trace.log", "newest", kBase);
-    MakeFile(folder, "Trace01.log", "middle", kBase - 10);
-    MakeFile(folder, "Trace02.log", "oldest", kBase - 20);
-    MakeFile(folder, "readme.txt", "foreign", kBase + 5);
-
-    DRAVLog_RenameOldLogFiles(folder.Path());
-    EXPECT_EQ(Names(folder),
-              (std::vector<std::string>{"Trace01.log", "Trace02.log", "Trace03.log", "readme.txt"}));
-    EXPECT_EQ(Content(folder, "Trace01.log"), "newest");
-    EXPECT_EQ(Content(folder, "Trace02.log"), "middle");
-    EXPECT_EQ(Content(folder, "Trace03.log"), "oldest");
-    EXPECT_EQ(Content(folder, "readme.txt"), "foreign");
-}
-
 TEST(DRAVLogFolder, LeftoversOfAnInterruptedRotationAreNeverOverwritten)
 {
     PortableCoreTestFolder folder;
@@ -119,19 +102,22 @@ TEST(DRAVLogFolder, LeftoversOfAnInterruptedRotationAreNeverOverwritten)
     EXPECT_EQ(Names(folder), (std::vector<std::string>{"Trace01.log", "Trace02.log", "Trace02.log_TEMP"}));
 }
 
-TEST(DRAVLogFolder, TwelveLogsReachTwoDigitsWithoutPadding)
+TEST(DRAVLogFolder, RenameNumbersNewestFirstAndReachesTwoDigitsWithoutPadding)
 {
     PortableCoreTestFolder folder;
     for (int n = 0; n < 12; ++n)
     {
         MakeFile(folder, LogName(n), "log" + std::to_string(n), kBase - n);
     }
+    MakeFile(folder, "readme.txt", "foreign", kBase + 5);
     DRAVLog_RenameOldLogFiles(folder.Path());
-    EXPECT_EQ(Content(folder, "Trace12.log"), "log11");
-    EXPECT_EQ(Content(folder, "Trace01.log"), "log0");
-    EXPECT_EQ(Content(folder, "Trace09.log"), "log8");
+    for (int n = 0; n < 12; ++n)
+    {
+        EXPECT_EQ(Content(folder, LogName(n + 1)), "log" + std::to_string(n));
+    }
     EXPECT_FALSE(DplFile_ItemExists(folder.Child("Trace.log")));
-    EXPECT_EQ(Names(folder).size(), 12u);
+    EXPECT_EQ(Content(folder, "readme.txt"), "foreign");
+    EXPECT_EQ(Names(folder).size(), 13u);
 }
 
 TEST(DRAVLogFolder, EqualTimesRotateInAFixedOrder)

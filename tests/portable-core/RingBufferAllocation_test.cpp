@@ -1,14 +1,12 @@
-// Proves that the steady-state paths of the rings never allocate: this
-// executable replaces the global operator new/delete and, outside the
-// sanitizer builds (whose runtimes own malloc), the malloc family, and
-// counts every allocation made while a steady loop runs.
+// Proves that the steady-state paths of the rings never allocate: the shared
+// counter replaces operator new/delete, and outside the sanitizer builds
+// (whose runtimes own malloc) this file replaces the malloc family too.
 #include <gtest/gtest.h>
 
-#include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
-#include <new>
 #include <vector>
 
 #include "portable-core/CDplRingBuffer.h"
@@ -16,6 +14,7 @@
 #include "portable-core/CRelayBuffer.h"
 #include "portable-core/DplBipBuffer.h"
 #include "portable-core/OCQueue.h"
+#include "support/OperatorNewCounter.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define TIDEMIX_COUNT_MALLOC 0
@@ -23,36 +22,7 @@
 #define TIDEMIX_COUNT_MALLOC 1
 #endif
 
-namespace
-{
-std::atomic<bool> gCounting{false};
-std::atomic<long> gAllocations{0};
-
-void Note()
-{
-    if (gCounting.load(std::memory_order_relaxed))
-    {
-        gAllocations.fetch_add(1, std::memory_order_relaxed);
-    }
-}
-
-// Counts allocations between construction and Count().
-class AllocationCounter
-{
-public:
-    AllocationCounter()
-    {
-        gAllocations = 0;
-        gCounting = true;
-    }
-    ~AllocationCounter() { gCounting = false; }
-    long Count()
-    {
-        gCounting = false;
-        return gAllocations.load();
-    }
-};
-}  // namespace
+using tidemix::test::OperatorNewCounter;
 
 #if TIDEMIX_COUNT_MALLOC
 extern "C"
@@ -65,32 +35,32 @@ extern "C"
 
     void* malloc(size_t bytes)
     {
-        Note();
+        OperatorNewCounter::Note();
         return __libc_malloc(bytes);
     }
     void* calloc(size_t count, size_t bytes)
     {
-        Note();
+        OperatorNewCounter::Note();
         return __libc_calloc(count, bytes);
     }
     void* realloc(void* block, size_t bytes)
     {
-        Note();
+        OperatorNewCounter::Note();
         return __libc_realloc(block, bytes);
     }
     void* aligned_alloc(size_t alignment, size_t bytes)
     {
-        Note();
+        OperatorNewCounter::Note();
         return __libc_memalign(alignment, bytes);
     }
     void* memalign(size_t alignment, size_t bytes)
     {
-        Note();
+        OperatorNewCounter::Note();
         return __libc_memalign(alignment, bytes);
     }
     int posix_memalign(void** result, size_t alignment, size_t bytes)
     {
-        Note();
+        OperatorNewCounter::Note();
         *result = __libc_memalign(alignment, bytes);
         return *result != nullptr ? 0 : ENOMEM;
     }
@@ -100,71 +70,6 @@ extern "C"
     }
 }
 #endif
-
-// Replacement operators may pair operator new with free: that is what they replace.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-
-void* operator new(size_t bytes)
-{
-    Note();
-    if (void* block = std::malloc(bytes == 0 ? 1 : bytes))
-    {
-        return block;
-    }
-    throw std::bad_alloc();
-}
-void* operator new[](size_t bytes)
-{
-    return operator new(bytes);
-}
-void* operator new(size_t bytes, std::align_val_t alignment)
-{
-    Note();
-    const size_t a = static_cast<size_t>(alignment);
-    if (void* block = std::aligned_alloc(a, (bytes + a - 1) / a * a))
-    {
-        return block;
-    }
-    throw std::bad_alloc();
-}
-void* operator new[](size_t bytes, std::align_val_t alignment)
-{
-    return operator new(bytes, alignment);
-}
-void operator delete(void* block) noexcept
-{
-    std::free(block);
-}
-void operator delete[](void* block) noexcept
-{
-    std::free(block);
-}
-void operator delete(void* block, size_t) noexcept
-{
-    std::free(block);
-}
-void operator delete[](void* block, size_t) noexcept
-{
-    std::free(block);
-}
-void operator delete(void* block, std::align_val_t) noexcept
-{
-    std::free(block);
-}
-void operator delete[](void* block, std::align_val_t) noexcept
-{
-    std::free(block);
-}
-void operator delete(void* block, size_t, std::align_val_t) noexcept
-{
-    std::free(block);
-}
-void operator delete[](void* block, size_t, std::align_val_t) noexcept
-{
-    std::free(block);
-}
-#pragma GCC diagnostic pop
 
 namespace
 {
@@ -183,16 +88,16 @@ void NoteWhatIsCounted()
 TEST(RingAllocation, CounterSeesAllocations)
 {
     // The counter itself must work, or the zero counts below prove nothing.
-    AllocationCounter counter;
+    OperatorNewCounter counter(OperatorNewCounter::Scope::Process);
     auto* vector = new std::vector<int>(100);
     delete vector;
 #if TIDEMIX_COUNT_MALLOC
     void* block = std::malloc(64);
     std::free(block);
     // Two operator new calls (each also a malloc) and one malloc.
-    EXPECT_EQ(counter.Count(), 5);
+    EXPECT_EQ(counter.Stop(), 5);
 #else
-    EXPECT_EQ(counter.Count(), 2);  // two operator new calls
+    EXPECT_EQ(counter.Stop(), 2);  // two operator new calls
 #endif
 }
 
@@ -222,7 +127,7 @@ TEST(RingAllocation, SteadyStateOfEveryRingDoesNotAllocate)
     static const char kLine[] = "a short line from a real-time thread\n";
     bool overrun = false;
 
-    AllocationCounter counter;
+    OperatorNewCounter counter(OperatorNewCounter::Scope::Process);
     for (int i = 0; i < kIterations; ++i)
     {
         in[0] = static_cast<unsigned char>(i);
@@ -250,7 +155,7 @@ TEST(RingAllocation, SteadyStateOfEveryRingDoesNotAllocate)
         CRelayBuffer shortText;
         shortText.Add("%d frames late", i);
     }
-    EXPECT_EQ(counter.Count(), 0);
+    EXPECT_EQ(counter.Stop(), 0);
     EXPECT_EQ(target->bytes, static_cast<long>(kIterations) * static_cast<long>(sizeof(kLine) - 1));
     bip.deallocate();
 }

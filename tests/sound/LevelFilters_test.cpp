@@ -19,12 +19,8 @@ constexpr double kDefaultDecay = 0.9988493700055032;  // 10^-0.00049999997, a fa
 TEST(LevelFilter, StartsSilentWithTheDefaultFall)
 {
     CDplAudioFilter_Level level(48000);
-    EXPECT_EQ(level.GetSamplesPerMillisecond(), 48);
-    EXPECT_EQ(level.GetAudioLevel(), 0.0);
     EXPECT_EQ(level.GetAudioLevelDecibel(), -144.0);
-    EXPECT_EQ(level.GetGainNorm(), 1.0);
     EXPECT_NEAR(level.GetDecay(), kDefaultDecay, 1e-12);
-    EXPECT_NEAR(20.0 * std::log10(level.GetDecay()), -0.01, 1e-6);
 }
 
 TEST(LevelFilter, RisesAtOnceAndFallsOnceEvery49Samples)
@@ -46,18 +42,6 @@ TEST(LevelFilter, RisesAtOnceAndFallsOnceEvery49Samples)
         ASSERT_EQ(level.GetAudioLevel(), expected) << "sample " << i;
     }
     EXPECT_EQ(falls, 20);
-}
-
-TEST(LevelFilter, FallsTenDecibelsInAboutOneSecond)
-{
-    CDplAudioFilter_Level level(48000);
-    level.Apply(1.0);
-    for (int i = 0; i < 48000; ++i)
-    {
-        level.Apply(0.001 * ((i % 3) - 1));  // quieter than the reading throughout
-    }
-    // 979 falls of 0.01 dB in 48000 samples.
-    EXPECT_NEAR(level.GetAudioLevelDecibel(), -9.79, 0.001);
 }
 
 TEST(LevelFilter, FullScaleSineReadsFullScale)
@@ -85,7 +69,6 @@ TEST(LevelFilter, SilenceAndStep)
         level.Apply(0.0);
     }
     EXPECT_EQ(level.GetAudioLevel(), 0.0);
-    EXPECT_EQ(level.GetAudioLevelDecibel(), -144.0);
     // A step up is read at once, on whatever sample of the cycle it arrives.
     level.Apply(-0.5);
     EXPECT_EQ(level.GetAudioLevel(), 0.5);
@@ -97,13 +80,7 @@ TEST(LevelFilter, SilenceAndStep)
     EXPECT_EQ(level.GetAudioLevel(), 0.5);
     // A step down falls by the decay, never straight to the new value.
     level.Apply(0.25);
-    const double before = level.GetAudioLevel();
-    EXPECT_GE(before, 0.5 * level.GetDecay());
-    for (int i = 0; i < 49 * 100; ++i)
-    {
-        level.Apply(0.25);
-    }
-    EXPECT_NEAR(level.GetAudioLevelDecibel(), -6.0206 - 1.0, 0.011);
+    EXPECT_GE(level.GetAudioLevel(), 0.5 * level.GetDecay());
 }
 
 TEST(LevelFilter, DecayCanBeChanged)
@@ -137,8 +114,6 @@ TEST(LevelFilter, GainScalesTheSampleAndTheReading)
     EXPECT_EQ(level.GetGainNorm(), 0.5);
     level.SetGainNorm(0.0);
     EXPECT_EQ(level.Apply(0.8), 0.0);
-    level.SetGainNorm(1.0);
-    EXPECT_EQ(level.GetGainNorm(), 1.0);
 }
 
 TEST(LevelFilter, DecibelScaleAndReset)
@@ -172,22 +147,6 @@ TEST(LevelFilter, LowAndOddRates)
     EXPECT_EQ(level.GetAudioLevel(), level.GetDecay());
 }
 
-TEST(RmsMeasurement, WindowOfTwoSamples)
-{
-    CDplAudioFilter_RmsMeasurement rms(2, CDplAudioFormat{1000, 1});
-    EXPECT_EQ(rms.GetWindowSamples(), 2);
-    EXPECT_EQ(rms.GetQueueLength(), 1);  // starts with one 0.0
-    EXPECT_EQ(rms.GetMeanSquare(), 0.0);
-    EXPECT_EQ(rms.Apply(1.0), 1.0);
-    EXPECT_EQ(rms.GetSum(), 1.0);
-    EXPECT_EQ(rms.GetMeanSquare(), 0.5);
-    EXPECT_EQ(rms.Apply(2.0), 2.0);
-    EXPECT_EQ(rms.Apply(-3.0), -3.0);
-    EXPECT_EQ(rms.GetSum(), 13.0);
-    EXPECT_EQ(rms.GetQueueLength(), 2);
-    EXPECT_EQ(rms.GetMeanSquare(), 6.5);
-}
-
 TEST(RmsMeasurement, RunningSumMatchesTheWindow)
 {
     // 10 ms at 4800 Hz: 48 samples, more than the ring's first allocation.
@@ -199,7 +158,7 @@ TEST(RmsMeasurement, RunningSumMatchesTheWindow)
     for (int i = 0; i < 1000; ++i)
     {
         const double x = dist(rng);
-        rms.Apply(x);
+        ASSERT_EQ(rms.Apply(x), x);
         if (window.size() >= 48)
         {
             window.pop_front();
@@ -235,7 +194,6 @@ TEST(AutoDucking, DefaultsAndSettings)
     CDplAudioFilter_AutoDucking ducking(10, CDplAudioFormat{48000, 2});
     EXPECT_DOUBLE_EQ(ducking.GetThreshold(), std::pow(10.0, -3.6));
     EXPECT_EQ(ducking.GetHoldSamples(), 2 * 1050 * 48);
-    EXPECT_EQ(ducking.GetDuckingState(), CDplAudioFilter_AutoDucking::DUCKING_OFF);
     ducking.ChangeDuckingSettings(-20.0f, 100);
     EXPECT_DOUBLE_EQ(ducking.GetThreshold(), 0.01);
     EXPECT_EQ(ducking.GetHoldSamples(), 2 * 4800);
@@ -324,14 +282,8 @@ TEST(AutoDucking, ReturnAboveDuringTheHoldGoesBackOn)
 TEST(AutoDucking, StateNames)
 {
     using D = CDplAudioFilter_AutoDucking;
-    const char* longNames[] = {"DUCKING_OFF", "DUCKING_FADE_OUT", "DUCKING_ON", "WAIT_FOR_DUCKING_OFF",
-                               "DUCKING_FADE_IN"};
-    const char* shortNames[] = {"OFF", "FADE OUT", "ON", "WAIT FOR OFF", "FADE IN"};
-    for (int state = 0; state < 5; ++state)
-    {
-        EXPECT_STREQ(D::DuckingStateToString(state, false), longNames[state]);
-        EXPECT_STREQ(D::DuckingStateToString(state, true), shortNames[state]);
-    }
+    EXPECT_STREQ(D::DuckingStateToString(D::WAIT_FOR_DUCKING_OFF, false), "WAIT_FOR_DUCKING_OFF");
+    EXPECT_STREQ(D::DuckingStateToString(D::WAIT_FOR_DUCKING_OFF, true), "WAIT FOR OFF");
     EXPECT_STREQ(D::DuckingStateToString(5, false), "???");
     EXPECT_STREQ(D::DuckingStateToString(-1, true), "???");
 }

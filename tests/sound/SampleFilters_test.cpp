@@ -41,8 +41,7 @@ TEST(LinearFadeFilter, GainsRiseByTheStepAndStayAtOne)
         EXPECT_DOUBLE_EQ(applied[static_cast<size_t>(i)], std::min(expectedGain, 1.0)) << i;
         expectedGain += 0.1;
     }
-    EXPECT_EQ(applied.back(), 1.0);
-    EXPECT_EQ(applied[0], 0.0);
+    EXPECT_EQ(applied.back(), 1.0);  // exactly, not a sum of steps
     // The gain scales the sample; the limit is on the gain, not the product.
     CLinearFadeFilter loud(0.0, 3.0);
     EXPECT_EQ(loud.Apply(2.0), 2.0);
@@ -52,32 +51,19 @@ TEST(LinearFadeFilter, GainsRiseByTheStepAndStayAtOne)
     EXPECT_EQ(down.Apply(0.5), -0.5);
 }
 
-TEST(InterleavedFilter, EachChannelHasItsOwnFilter)
+TEST(InterleavedFilter, IndexOutOfRangeIsIgnored)
 {
+    // The routing of samples to channels and the reset to channel 0 are the
+    // audio processor's tests, which meter through this filter.
     CCountedPtr<Recorder> left(new Recorder(2.0)), right(new Recorder(-1.0));
     CInterleavedFilter interleaved(
         {CCountedPtr<CSampleFunnel::Filter>(left), CCountedPtr<CSampleFunnel::Filter>(right)});
-    const double in[6] = {1, 2, 3, 4, 5, 6};
-    double out[6];
-    for (int i = 0; i < 6; ++i)
-    {
-        out[i] = interleaved.Apply(in[i]);
-    }
-    EXPECT_EQ(left->seen, (std::vector<double>{1, 3, 5}));
-    EXPECT_EQ(right->seen, (std::vector<double>{2, 4, 6}));
-    EXPECT_EQ(out[0], 2.0);
-    EXPECT_EQ(out[1], -2.0);
-    EXPECT_EQ(interleaved.GetIndex(), 0);
-    interleaved.Apply(7);
-    EXPECT_EQ(interleaved.GetIndex(), 1);
-    interleaved.ResetIndex();
-    interleaved.Apply(8);
-    EXPECT_EQ(left->seen.back(), 8.0);
     interleaved.SetIndex(1);
-    interleaved.Apply(9);
-    EXPECT_EQ(right->seen.back(), 9.0);
-    interleaved.SetIndex(5);  // ignored
+    EXPECT_EQ(interleaved.Apply(9), -9.0);
     EXPECT_EQ(interleaved.GetIndex(), 0);
+    interleaved.SetIndex(5);  // ignored
+    EXPECT_EQ(interleaved.Apply(3), 6.0);
+    EXPECT_EQ(right->seen, (std::vector<double>{9}));
 }
 
 TEST(InterleavedFilter, EmptyListAndNullEntriesPassThrough)
@@ -122,9 +108,7 @@ TEST(SampleFilter, FloatAndDoubleApplyTheFilterDirectly)
     std::unique_ptr<CSampleFilterFunnel> floats = DplAudio_CreateAudioProcessingFilter(6, halve);
     float samples[3] = {1.0f, -0.5f, 3.0f};
     EXPECT_EQ(floats->FunnelBuffer(samples, samples, 3), 3);
-    EXPECT_EQ(samples[0], 0.5f);
-    EXPECT_EQ(samples[1], -0.25f);
-    EXPECT_EQ(samples[2], 1.5f);
+    EXPECT_EQ(std::vector<float>(samples, samples + 3), (std::vector<float>{0.5f, -0.25f, 1.5f}));
     EXPECT_EQ(halve->seen, (std::vector<double>{1.0, -0.5, 3.0}));
 
     std::unique_ptr<CSampleFilterFunnel> doubles = DplAudio_CreateAudioProcessingFilter(7, halve);
@@ -145,9 +129,7 @@ TEST(SampleFilter, IntegersGoThroughTheNormalisedScale)
     EXPECT_EQ(identity->seen[1], -1.0);
     EXPECT_EQ(identity->seen[2], 1.0 / 65535.0);
     // Scaling back truncates: the ends and zero survive.
-    EXPECT_EQ(samples[0], 32767);
-    EXPECT_EQ(samples[1], -32768);
-    EXPECT_EQ(samples[2], 0);
+    EXPECT_EQ(std::vector<int16_t>(samples, samples + 3), (std::vector<int16_t>{32767, -32768, 0}));
 
     // Observing reads the same values and writes nothing.
     CCountedPtr<Recorder> watcher(new Recorder(0.0));
