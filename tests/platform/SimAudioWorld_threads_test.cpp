@@ -8,7 +8,6 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
-#include <condition_variable>
 #include <cstdio>
 #include <mutex>
 #include <string>
@@ -241,40 +240,19 @@ TEST(SimAudioWorld, TwoStreamsOnOneDeviceHearTheSamePackets)
     EXPECT_TRUE(std::equal(x.begin(), x.begin() + static_cast<std::ptrdiff_t>(n), y.begin()));
 }
 
-TEST(SimAudioWorld, RemovingADeviceStopsItsCallbacksAndFiresTheListener)
+// That the callbacks stop with the device is the capture source's case
+// (DRAVSourceAudioCaptureCoreAudio_threads_test).
+TEST(SimAudioWorld, RemovingADeviceFiresTheListenerAndForgetsIt)
 {
     SimAudioWorld world;
     std::atomic<int> listChanges{0};
-    const ListenerToken token = world.AddDeviceListListener([&] { listChanges.fetch_add(1); });
-    ASSERT_NE(token, 0u);
+    ASSERT_NE(world.AddDeviceListListener([&] { listChanges.fetch_add(1); }), 0u);
     const uint32_t id = world.AddDevice(SimDeviceSpec::Microphone("mic-4", "USB Mic"));
     world.FlushNotifications();
     EXPECT_EQ(listChanges.load(), 1);
     ASSERT_EQ(world.Devices().size(), 1u);
     EXPECT_EQ(world.Devices()[0].uid, "mic-4");
-
-    std::atomic<uint64_t> callbacks{0};
-    std::atomic<bool> removed{false};
-    std::atomic<bool> calledAfterRemoval{false};
-    auto stream = world.OpenCapture(id,
-                                    [&](const CapturePacket&)
-                                    {
-                                        if (removed.load())
-                                        {
-                                            calledAfterRemoval.store(true);
-                                        }
-                                        callbacks.fetch_add(1);
-                                    });
-    ASSERT_TRUE(stream->Start().Succeeded());
-    ASSERT_TRUE(threads_test::WaitUntil([&] { return callbacks.load() >= 5; }));
     ASSERT_TRUE(world.RemoveDevice(id));
-    removed.store(true);
-    const uint64_t atRemoval = callbacks.load();
-    std::this_thread::sleep_for(100ms);
-    EXPECT_EQ(callbacks.load(), atRemoval);
-    EXPECT_FALSE(calledAfterRemoval.load());
-    EXPECT_FALSE(stream->Start().Succeeded());
-    stream->Stop();  // harmless on a gone device
     world.FlushNotifications();
     EXPECT_EQ(listChanges.load(), 2);
     EXPECT_TRUE(world.Devices().empty());
@@ -454,53 +432,6 @@ TEST(SimAudioWorld, StalledDeviceStopsCallingBackAndResumes)
     EXPECT_EQ(calls.load(), atStall);
     ASSERT_TRUE(world.SetFaults(id, {}));
     EXPECT_TRUE(threads_test::WaitUntil([&] { return calls.load() >= atStall + 3; }));
-    stream->Stop();
-}
-
-TEST(SimAudioWorld, ChangedSignalAndFormatReachARunningStream)
-{
-    SimAudioWorld world;
-    DeviceStreamFormat stereo{48000, 2, SampleEncoding::Float32, true};
-    SimDeviceSpec spec = SimDeviceSpec::Microphone("mic", "Mic", stereo);
-    const uint32_t id = world.AddDevice(spec);
-    std::mutex lock;
-    float lastPeak = 0.0f;
-    uint32_t lastBufferCount = 0;
-    auto stream = world.OpenCapture(id,
-                                    [&](const CapturePacket& p)
-                                    {
-                                        float peak = 0.0f;
-                                        const float* samples = static_cast<const float*>(p.buffers[0]);
-                                        for (uint32_t i = 0; i < p.frames; ++i)
-                                        {
-                                            peak = std::max(peak, std::fabs(samples[i]));
-                                        }
-                                        std::lock_guard guard(lock);
-                                        lastPeak = peak;
-                                        lastBufferCount = p.bufferCount;
-                                    });
-    ASSERT_TRUE(stream->Start().Succeeded());
-    auto peak = [&]
-    {
-        std::lock_guard guard(lock);
-        return lastPeak;
-    };
-    ASSERT_TRUE(
-        threads_test::WaitUntil([&] { return world.PacketsDelivered(id, SimDirection::Input) >= 2; }));
-    EXPECT_EQ(peak(), 0.0f);
-    world.SetSignal(id, SimSignal::Sine(1000.0, 0.75));
-    EXPECT_TRUE(threads_test::WaitUntil([&] { return std::fabs(peak() - 0.75f) < 0.01f; }));
-    DeviceStreamFormat planar{48000, 2, SampleEncoding::Float32, false};
-    ASSERT_TRUE(world.SetInputFormat(id, planar));
-    EXPECT_EQ(stream->Format(), planar);
-    EXPECT_EQ(world.Device(id)->inputFormat, planar);
-    EXPECT_TRUE(threads_test::WaitUntil(
-        [&]
-        {
-            std::lock_guard guard(lock);
-            return lastBufferCount == 2;
-        }));
-    EXPECT_FALSE(world.SetOutputFormat(id, planar));  // no output side
     stream->Stop();
 }
 
