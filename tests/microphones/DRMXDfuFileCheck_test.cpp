@@ -19,14 +19,9 @@ using Problem = DRMXDfuFileCheck::Problem;
 
 const DRMXDfuFileCheck kReed1(0x7E11, 0x0B21, 0x0B22);
 
+using tidemix::test::MakeDfuFile;
 using tidemix::test::ReadAll;
 using tidemix::test::WriteAll;
-
-std::string MakeFile(const PortableCoreTestFolder& folder, const std::string& name, size_t size,
-                     uint16_t vendor, uint16_t product)
-{
-    return tidemix::test::MakeDfuFile(folder, name, size, vendor, product);
-}
 
 class DRMXDfuFileCheckTest : public ::testing::Test
 {
@@ -63,7 +58,7 @@ TEST_F(DRMXDfuFileCheckTest, FilesFromDfuSuffix)
     for (const Case& c : cases)
     {
         SCOPED_TRACE(c.name);
-        const std::string path = MakeFile(folder, "firmware.dfu", c.imageSize, c.vendor, c.product);
+        const std::string path = MakeDfuFile(folder, "firmware.dfu", c.imageSize, c.vendor, c.product);
         ASSERT_EQ(ReadAll(path).size(), c.imageSize + 16);
         EXPECT_EQ(kReed1.Check(path), c.expected) << DRMXDfuFileCheck::Describe(kReed1.Check(path));
     }
@@ -71,7 +66,7 @@ TEST_F(DRMXDfuFileCheckTest, FilesFromDfuSuffix)
 
 TEST_F(DRMXDfuFileCheckTest, DamagedFilesAreRefusedWithTheirReason)
 {
-    const std::vector<uint8_t> valid = ReadAll(MakeFile(folder, "valid.dfu", 65, 0x7E11, 0x0B21));
+    const std::vector<uint8_t> valid = ReadAll(MakeDfuFile(folder, "valid.dfu", 65, 0x7E11, 0x0B21));
     ASSERT_EQ(valid.size(), 81u);
     const size_t suffix = valid.size() - 16;
     struct Case

@@ -12,8 +12,6 @@ TEST(DRMXFirmwareVersion, TextShowsTheThreeNibbles)
 {
     EXPECT_EQ(DRMXFirmwareVersion(0x110).ToString(), "1.1.0");
     EXPECT_EQ(DRMXFirmwareVersion(0xABC).ToString(), "a.b.c");
-    EXPECT_EQ(DRMXFirmwareVersion().Get(), 0);
-    EXPECT_EQ(DRMXFirmwareVersion::Unknown, -1);
 }
 
 TEST(DRMXFirmwareVersion, ReadFromTheFilesHead)

@@ -107,12 +107,6 @@ TEST(DRMXMicrophoneScaling, ModelTable)
 {
     Controls<DRMXMicrophoneReed> reed;
     Controls<DRMXMicrophoneReedPro> pro;
-    EXPECT_EQ(reed.GetMicrophoneType(), 2);
-    EXPECT_EQ(pro.GetMicrophoneType(), 3);
-    EXPECT_EQ(reed.Init(), kDRAVResultErrNotImplemented);
-    EXPECT_EQ(reed.GetHardwareId(), "");
-    EXPECT_EQ(pro.GetFirmwareVersion(), 0);
-
     reed.SetMicrophoneVolumeSelect(3);
     reed.SetMicrophoneAllLEDOff(true);
     reed.SetMicrophoneLEDFlip(true);
@@ -148,10 +142,8 @@ TEST(DRMXMicrophoneScaling, ModelTable)
     reed.Raw().SetMicrophoneLowCut(true);
     reed.Raw().SetMicrophoneOutputVolume(-2);
     reed.Raw().SetMicrophoneOutputMute(true);
-    EXPECT_EQ(reed.Block().Bytes()[6], 1);
-    EXPECT_EQ(reed.Block().Bytes()[7], 0xFE);
-    EXPECT_EQ(reed.Block().Bytes()[8], 0xFF);
-    EXPECT_EQ(reed.Block().Bytes()[9], 1);
+    const uint8_t middle[] = {1, 0xFE, 0xFF, 1};
+    EXPECT_TRUE(std::equal(middle, middle + 4, reed.Block().Bytes().begin() + 6));
     EXPECT_EQ(reed.Raw().GetMicrophoneOutputVolume(), -2);
 }
 

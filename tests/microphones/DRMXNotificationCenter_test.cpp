@@ -97,9 +97,4 @@ TEST(DRMXNotificationCenter, IteratorsAndHandlesStaySafe)
     EXPECT_FALSE(center.getNotificationIterator("A"));
 }
 
-TEST(DRMXNotificationCenter, DefaultCenterIsOne)
-{
-    EXPECT_EQ(DRMXNotificationCenter::defaultNotificationCenter(),
-              DRMXNotificationCenter::defaultNotificationCenter());
-}
 }  // namespace

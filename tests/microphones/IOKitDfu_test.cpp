@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "microphones/IOKitDfu.h"
@@ -122,11 +123,9 @@ TEST(IOKitDfu, EachRequestCarriesItsFields)
         EXPECT_EQ(c.call(handle), IOKit::kStatusSuccess);
         ASSERT_EQ(handle.seen.size(), 1u);
         const auto& seen = handle.seen[0];
-        EXPECT_EQ(seen.setup.requestType, c.setup.requestType);
-        EXPECT_EQ(seen.setup.request, c.setup.request);
-        EXPECT_EQ(seen.setup.value, c.setup.value);
-        EXPECT_EQ(seen.setup.index, c.setup.index);
-        EXPECT_EQ(seen.setup.length, c.setup.length);
+        auto fields = [](const UsbControlSetup& s)
+        { return std::tuple(s.requestType, s.request, s.value, s.index, s.length); };
+        EXPECT_EQ(fields(seen.setup), fields(c.setup));
         EXPECT_EQ(seen.dataOut, c.dataOut);
         EXPECT_EQ(seen.timeout, std::chrono::milliseconds(5000));
     }
@@ -186,10 +185,9 @@ TEST(IOKitDfu, StatusIsTakenOnlyFromACompleteAnswer)
         handle.reply = c.reply;
         IOKit::DFUStatus status{0, 99, 0, 42};
         EXPECT_EQ(IOKit::DFUGetStatus(&handle, 0, status), IOKit::StatusOf(c.wire));
-        EXPECT_EQ(status.status, c.expected.status);
-        EXPECT_EQ(status.pollTimeout, c.expected.pollTimeout);
-        EXPECT_EQ(status.state, c.expected.state);
-        EXPECT_EQ(status.iString, c.expected.iString);
+        auto fields = [](const IOKit::DFUStatus& s)
+        { return std::tuple(s.status, s.pollTimeout, s.state, s.iString); };
+        EXPECT_EQ(fields(status), fields(c.expected));
     }
 }
 

@@ -14,40 +14,23 @@ namespace
 using tidemix::test::SimUsbMicrophoneRig;
 namespace Table = tidemix::test::UsbMicrophoneTable;
 
-TEST(UsbMicrophoneSim, SetAndReadBackOnEachModel)
+// The shared table's cases, each on a bus of its own.
+TEST(UsbMicrophoneSim, SharedTable)
 {
-    SimUsbMicrophoneRig rig;
-    Table::SetAndReadBackOnEachModel(rig);
-}
-
-TEST(UsbMicrophoneSim, RequestsCarryTheExactFields)
-{
-    SimUsbMicrophoneRig rig;
-    Table::RequestsCarryTheExactFields(rig);
-}
-
-TEST(UsbMicrophoneSim, StallAndTimeoutMoveNothing)
-{
-    SimUsbMicrophoneRig rig;
-    Table::StallAndTimeoutMoveNothing(rig);
-}
-
-TEST(UsbMicrophoneSim, ShortAndOverlongReplies)
-{
-    SimUsbMicrophoneRig rig;
-    Table::ShortAndOverlongReplies(rig);
-}
-
-TEST(UsbMicrophoneSim, UnpluggedDeviceIsNotInitialized)
-{
-    SimUsbMicrophoneRig rig;
-    Table::UnpluggedDeviceIsNotInitialized(rig);
-}
-
-TEST(UsbMicrophoneSim, EnumerationAndSerialNumber)
-{
-    SimUsbMicrophoneRig rig;
-    Table::EnumerationAndSerialNumber(rig);
+    const std::pair<const char*, void (*)(tidemix::test::UsbMicrophoneRig&)> cases[] = {
+        {"SetAndReadBackOnEachModel", Table::SetAndReadBackOnEachModel},
+        {"RequestsCarryTheExactFields", Table::RequestsCarryTheExactFields},
+        {"StallAndTimeoutMoveNothing", Table::StallAndTimeoutMoveNothing},
+        {"ShortAndOverlongReplies", Table::ShortAndOverlongReplies},
+        {"UnpluggedDeviceIsNotInitialized", Table::UnpluggedDeviceIsNotInitialized},
+        {"EnumerationAndSerialNumber", Table::EnumerationAndSerialNumber},
+    };
+    for (const auto& [name, run] : cases)
+    {
+        SCOPED_TRACE(name);
+        SimUsbMicrophoneRig rig;
+        run(rig);
+    }
 }
 
 TEST(UsbMicrophoneSim, ArrivalsDeparturesAndHandles)

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <unistd.h>
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <string>
@@ -50,9 +51,7 @@ TEST(SimSignal, SinePerChannelHasItsFrequencyAndLevelAcrossChunks)
     EXPECT_NEAR(test::ZeroCrossingFrequency(channels[1], 48000), 440.0, 0.5);
     // A channel past the list repeats the last tone.
     EXPECT_NEAR(test::ZeroCrossingFrequency(channels[2], 48000), 440.0, 0.5);
-    EXPECT_NEAR(test::Peak(channels[0]), 0.5, 1e-3);
-    EXPECT_NEAR(test::Rms(channels[0]), 0.5 / std::sqrt(2.0), 1e-3);
-    EXPECT_NEAR(test::Rms(channels[1]), 0.25 / std::sqrt(2.0), 1e-3);
+    // Levels per channel: SimAudioWorld's capture table measures them.
     // No jump at chunk borders: neighbouring samples differ by at most one step.
     const double maxStep = 0.5 * 2.0 * M_PI * 1000.0 / 48000.0 + 1e-4;
     for (size_t i = 1; i < channels[0].size(); ++i)
@@ -102,7 +101,9 @@ TEST(SimSignal, SoundLoopsAndSpreadsItsLastChannel)
     EXPECT_EQ(out[1], expected);
 }
 
-TEST(SimWavFile, FloatAndInt16RoundTripThroughAFile)
+// Float files come back exactly in SimAudioWorld's recording test; 16-bit
+// ones within half a step.
+TEST(SimWavFile, Int16RoundTripsWithinHalfAStep)
 {
     SimSound sound;
     sound.sampleRate = 44100;
@@ -112,24 +113,18 @@ TEST(SimWavFile, FloatAndInt16RoundTripThroughAFile)
         sound.samples.push_back(std::sin(i * 0.01f) * 0.8f);
         sound.samples.push_back(-0.5f + i * 0.001f);
     }
-    const std::string floatPath = TempPath("float");
-    ASSERT_TRUE(SimWavFile::Write(floatPath, sound, SampleEncoding::Float32).Succeeded());
+    const std::string path = TempPath("int16");
+    ASSERT_TRUE(SimWavFile::Write(path, sound, SampleEncoding::Int16).Succeeded());
     SimSound back;
-    ASSERT_TRUE(SimWavFile::Read(floatPath, back).Succeeded());
+    ASSERT_TRUE(SimWavFile::Read(path, back).Succeeded());
+    std::remove(path.c_str());
     EXPECT_EQ(back.sampleRate, 44100u);
     EXPECT_EQ(back.channels, 2u);
-    EXPECT_EQ(back.samples, sound.samples);
-
-    const std::string intPath = TempPath("int16");
-    ASSERT_TRUE(SimWavFile::Write(intPath, sound, SampleEncoding::Int16).Succeeded());
-    ASSERT_TRUE(SimWavFile::Read(intPath, back).Succeeded());
     ASSERT_EQ(back.samples.size(), sound.samples.size());
     for (size_t i = 0; i < sound.samples.size(); ++i)
     {
         ASSERT_NEAR(back.samples[i], sound.samples[i], 0.5 / 32768.0 + 1e-7) << i;
     }
-    std::remove(floatPath.c_str());
-    std::remove(intPath.c_str());
 }
 
 TEST(SimWavFile, HeaderIsTheClassicFortyFourBytes)
@@ -177,10 +172,7 @@ TEST(SimWavFile, DamagedFilesAreRefusedOrCutNotOverrun)
 
     // A chunk size that points past the end ends the walk.
     auto hugeChunk = bytes;
-    hugeChunk[16] = 0xFF;
-    hugeChunk[17] = 0xFF;
-    hugeChunk[18] = 0xFF;
-    hugeChunk[19] = 0xFF;
+    std::fill(hugeChunk.begin() + 16, hugeChunk.begin() + 20, 0xFF);
     EXPECT_FALSE(SimWavFile::Parse(hugeChunk, out).Succeeded());
 
     EXPECT_EQ(SimWavFile::Read("/nonexistent/dir/x.wav", out).GetCode(), kDRAVResultErrCouldNotOpenFile);

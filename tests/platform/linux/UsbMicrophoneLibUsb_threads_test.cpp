@@ -72,24 +72,11 @@ struct OpenFile
 std::vector<uint8_t> Descriptors(uint16_t productId, const std::string& serial)
 {
     const bool dfu = productId % 2 == 0;
-    std::vector<uint8_t> d = {18,
-                              1,
-                              0x00,
-                              0x02,
-                              0,
-                              0,
-                              0,
-                              64,
-                              0x11,
-                              0x7E,
-                              static_cast<uint8_t>(productId & 0xFF),
-                              static_cast<uint8_t>(productId >> 8),
-                              0x10,
-                              0x01,
-                              1,
-                              2,
-                              static_cast<uint8_t>(serial.empty() ? 0 : 3),
-                              1};
+    const auto lo = static_cast<uint8_t>(productId & 0xFF), hi = static_cast<uint8_t>(productId >> 8);
+    const auto serialIndex = static_cast<uint8_t>(serial.empty() ? 0 : 3);
+    // clang-format off
+    std::vector<uint8_t> d = {18, 1, 0x00, 0x02, 0, 0, 0, 64, 0x11, 0x7E, lo, hi, 0x10, 0x01, 1, 2, serialIndex, 1};
+    // clang-format on
     const uint8_t interfaces = dfu ? 1 : 3;
     const uint16_t total = 9 + 9 * interfaces;
     const std::vector<uint8_t> config = {
@@ -209,13 +196,10 @@ public:
         std::string syspath;
         {
             std::lock_guard lock(mutex_);
-            for (auto& [node, mic] : microphones_)
+            if (MockMicrophone* mic = At(location))
             {
-                if (mic.location == location)
-                {
-                    mic.unplugged = true;
-                    syspath = mic.syspath;
-                }
+                mic->unplugged = true;
+                syspath = mic->syspath;
             }
         }
         if (!syspath.empty())
@@ -227,42 +211,38 @@ public:
     Block DeviceBlock(uint32_t location) override
     {
         std::lock_guard lock(mutex_);
-        for (auto& [node, mic] : microphones_)
-        {
-            if (mic.location == location)
-            {
-                return mic.block;
-            }
-        }
-        return {};
+        return At(location) ? At(location)->block : Block{};
     }
 
     void SetFault(uint32_t location, Fault fault) override
     {
         std::lock_guard lock(mutex_);
-        for (auto& [node, mic] : microphones_)
+        if (MockMicrophone* mic = At(location))
         {
-            if (mic.location == location)
-            {
-                mic.fault = fault;
-            }
+            mic->fault = fault;
         }
     }
 
     std::vector<Request> BlockRequests(uint32_t location) override
     {
         std::lock_guard lock(mutex_);
+        return At(location) ? At(location)->requests : std::vector<Request>{};
+    }
+
+private:
+    // Called with the lock held.
+    MockMicrophone* At(uint32_t location)
+    {
         for (auto& [node, mic] : microphones_)
         {
             if (mic.location == location)
             {
-                return mic.requests;
+                return &mic;
             }
         }
-        return {};
+        return nullptr;
     }
 
-private:
     // The device's answer to one control URB: the URB's status and length.
     void Answer(MockMicrophone& mic, const Request& request, uint8_t* data, int& status, int& length)
     {
@@ -524,41 +504,25 @@ protected:
     }
 };
 
-TEST_F(UsbMicrophoneLibUsb, SetAndReadBackOnEachModel)
+// The shared table's cases, each on a test bed of its own.
+TEST_F(UsbMicrophoneLibUsb, SharedTable)
 {
-    UmockdevUsbMicrophoneRig rig;
-    Table::SetAndReadBackOnEachModel(rig);
+    const std::pair<const char*, void (*)(UsbMicrophoneRig&)> cases[] = {
+        {"SetAndReadBackOnEachModel", Table::SetAndReadBackOnEachModel},
+        {"RequestsCarryTheExactFields", Table::RequestsCarryTheExactFields},
+        {"StallAndTimeoutMoveNothing", Table::StallAndTimeoutMoveNothing},
+        {"ShortAndOverlongReplies", Table::ShortAndOverlongReplies},
+        {"UnpluggedDeviceIsNotInitialized", Table::UnpluggedDeviceIsNotInitialized},
+        {"EnumerationAndSerialNumber", Table::EnumerationAndSerialNumber},
+    };
+    for (const auto& [name, run] : cases)
+    {
+        SCOPED_TRACE(name);
+        UmockdevUsbMicrophoneRig rig;
+        run(rig);
+    }
 }
 
-TEST_F(UsbMicrophoneLibUsb, RequestsCarryTheExactFields)
-{
-    UmockdevUsbMicrophoneRig rig;
-    Table::RequestsCarryTheExactFields(rig);
-}
-
-TEST_F(UsbMicrophoneLibUsb, StallAndTimeoutMoveNothing)
-{
-    UmockdevUsbMicrophoneRig rig;
-    Table::StallAndTimeoutMoveNothing(rig);
-}
-
-TEST_F(UsbMicrophoneLibUsb, ShortAndOverlongReplies)
-{
-    UmockdevUsbMicrophoneRig rig;
-    Table::ShortAndOverlongReplies(rig);
-}
-
-TEST_F(UsbMicrophoneLibUsb, UnpluggedDeviceIsNotInitialized)
-{
-    UmockdevUsbMicrophoneRig rig;
-    Table::UnpluggedDeviceIsNotInitialized(rig);
-}
-
-TEST_F(UsbMicrophoneLibUsb, EnumerationAndSerialNumber)
-{
-    UmockdevUsbMicrophoneRig rig;
-    Table::EnumerationAndSerialNumber(rig);
-}
 // Arrival and departure through libusb's hot-plug callbacks on the bus's thread.
 TEST_F(UsbMicrophoneLibUsb, HotplugArrivalAndDeparture)
 {
