@@ -116,8 +116,9 @@ TEST(ManagerOnLogind, SleepStopsMixingBeforeTheDelayLockGoesAndWakeBringsTheLayo
     EXPECT_TRUE(threads_test::WaitUntil([] { return DelayLocks() == 0; })) << "the sleep was never allowed";
 
     EmitPrepareForSleep(false);
-    EXPECT_TRUE(threads_test::WaitUntil([&] { return manager->IsMixing(); }));
-    EXPECT_FALSE(microphone->GetMicrophoneAllLEDOff());
+    // The wake starts mixing first and then lights the microphone.
+    EXPECT_TRUE(threads_test::WaitUntil(
+        [&] { return manager->IsMixing() && !microphone->GetMicrophoneAllLEDOff(); }));
     EXPECT_TRUE(threads_test::WaitUntil([] { return DelayLocks() == 1; }));
     for (const auto type : {kMixerLocal, kMixerStream})
     {
